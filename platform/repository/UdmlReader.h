@@ -1,0 +1,17 @@
+// Fills a repository from UDML text: the statements this project writes, recognised by their
+// heads and qualified names; the rest of each statement is skipped token by token up to its ";".
+#pragma once
+
+#include "platform/ErrorMessage.h"
+#include "platform/repository/ARpGateway.h"
+
+#include <string>
+
+class UdmlReader {
+public:
+    /// Reads the UDML file `path` into `gateway`. A statement it cannot read throws ErrorMessage
+    /// naming the file, the line and what was expected; nothing after it is read.
+    static void ReadFile(ARpGateway& gateway, const std::string& path);
+    /// Reads UDML text (UTF-8); `sourceName` names it in messages.
+    static void ReadText(ARpGateway& gateway, const std::string& text, const std::string& sourceName);
+};

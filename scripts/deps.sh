@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project needs, only those missing. Usage: deps.sh [build|test|all]
+set -euo pipefail
+
+build_pkgs=(g++ make cmake unixodbc unixodbc-dev odbcinst nlohmann-json3-dev libcli11-dev
+            libsqliteodbc sqlite3)
+test_pkgs=(libgtest-dev libgmock-dev clang-format postgresql odbc-postgresql mariadb-server odbc-mariadb)
+
+case "${1:-all}" in
+  build) wanted=("${build_pkgs[@]}") ;;
+  test|all) wanted=("${build_pkgs[@]}" "${test_pkgs[@]}") ;;
+  *) echo "deps.sh: unknown set '$1' (build, test or all)" >&2; exit 2 ;;
+esac
+
+missing=()
+for pkg in "${wanted[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$pkg")
+  fi
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+echo "deps.sh: installing ${missing[*]}" >&2
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+# Keep package installs from starting services: the tests start their own servers.
+if [ ! -e /usr/sbin/policy-rc.d ]; then
+  printf '#!/bin/sh\nexit 101\n' | $SUDO tee /usr/sbin/policy-rc.d >/dev/null
+  $SUDO chmod +x /usr/sbin/policy-rc.d
+fi
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
