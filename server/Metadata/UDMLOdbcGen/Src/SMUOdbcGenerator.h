@@ -132,7 +132,8 @@ public:
     /// when no source exists for the type; true once a source was created, even when opening it
     /// failed (the source then stays attached, and its failure is discarded).
     bool Connect(const WyString& strSource, const WyString& strUser, const WyString& strPassword);
-    /// Closes and destroys whatever import source is attached, whoever created it.
+    /// Closes and destroys whatever import source is attached, whoever created it; a failure to
+    /// close is ignored.
     void Disconnect();
     bool IsConnected() { return m_pImport != nullptr; }
     void SetImport(MIMetaDataImport* pImport) { m_pImport = pImport; }

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, checks formatting, then builds and runs every test
+# twice, in a normal build and under AddressSanitizer + UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+jobs=${JOBS:-$(nproc)}
+
+bash scripts/deps.sh all
+
+run_build() { # name, extra cmake options...
+  local dir=$1; shift
+  echo "== configure and build: $dir"
+  cmake -S "$root" -B "$root/$dir" -DUDML_SERVER_TESTS=ON "$@" >/dev/null
+  cmake --build "$root/$dir" -j "$jobs"
+}
+
+run_tests() { # dir
+  echo "== tests: $1"
+  (cd "$root/$1" && ctest --output-on-failure -j "$jobs" --timeout 600)
+}
+
+run_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build --target check-format
+run_tests build
+
+run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DUDML_SANITIZE=ON
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 run_tests build-asan
+echo "== all tests passed in both builds"
