@@ -141,6 +141,9 @@ public:
     VoidID DeclareComplexJoin(const WyString& name, const QualifiedName& firstTable,
                               const QualifiedName& secondTable);
 
+    /// The first declared complex join between the tables `a` and `b` (either order), or 0.
+    VoidID FindComplexJoin(const QualifiedName& a, const QualifiedName& b) const;
+
     /// Visits every object in declaration order.
     void ForEachObject(const std::function<void(const ARpObject&)>& visit) const;
     size_t ObjectCount() const { return m_objects.size(); }
@@ -151,6 +154,8 @@ private:
     };
     std::vector<std::unique_ptr<ARpObject>> m_objects; // id N is m_objects[N - 1]
     std::unordered_map<std::pair<TypeID, QualifiedName>, VoidID, KeyHash> m_byName;
+    // Joins by their two tables, the lesser path first, so that finding one needs no scan.
+    std::map<std::pair<QualifiedName, QualifiedName>, VoidID> m_joinsByTables;
 };
 
 template <class T> bool Ref<T>::IsNull() const {
@@ -173,5 +178,6 @@ public:
 class MetadataUtil {
 public:
     /// A complex join that already joins the two tables (in either order), or a null reference.
-    static Ref<ARpObject> FindComplexJoinBetweenTables(const Ref<ARpObject>& source, const Ref<ARpObject>& target);
+    static Ref<ARpObject> FindComplexJoinBetweenTables(const Ref<ARpObject>& source,
+                                                       const Ref<ARpObject>& target);
 };

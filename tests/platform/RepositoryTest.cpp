@@ -1,0 +1,106 @@
+// The in-memory repository: identity of declared objects, exact name lookups, typed references
+// and finding the join between two tables.
+#include "platform/repository/ARpGateway.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class FirstParts : public ACondition {
+public:
+    explicit FirstParts(WyString first) : m_first(std::move(first)) {}
+    bool Matches(const ARpObject& object) const override {
+        return !object.GetQualifiedName().empty() && object.GetQualifiedName()[0] == m_first;
+    }
+
+private:
+    WyString m_first;
+};
+
+VoidIDVector Find(const ARpGateway& gateway, TypeID type, const QualifiedName& name) {
+    VoidIDVector ids{999}; // replaced, not appended to
+    gateway.FindObjects(NamedInterfaceTypeCondition(type, name, false), ids);
+    return ids;
+}
+
+TEST(Gateway, DeclaringAgainKeepsOneObjectAndLookupsAreExact) {
+    ARpGateway gateway;
+    ADatabase& db = gateway.DeclareDatabase(L"Sales DB");
+    EXPECT_EQ(1u, db.GetId());
+    EXPECT_EQ(&db, &gateway.DeclareDatabase(L"Sales DB"));
+
+    const QualifiedName table{L"Sales DB", L"", L"dbo", L"Order \"Lines\""};
+    const VoidID id = gateway.DeclareObject(kTIDATable, table);
+    EXPECT_EQ(2u, id);
+    EXPECT_EQ(id, gateway.DeclareObject(kTIDATable, table));
+    EXPECT_NE(id, gateway.DeclareObject(kTIDATableKey, table)); // same path, other type
+    EXPECT_EQ(3u, gateway.ObjectCount());
+
+    EXPECT_EQ(VoidIDVector{id}, Find(gateway, kTIDATable, table));
+    EXPECT_TRUE(Find(gateway, kTIDATable, {L"sales db", L"", L"dbo", L"Order \"Lines\""}).empty());
+    EXPECT_TRUE(Find(gateway, kTIDATable, {L"Sales DB", L"dbo", L"Order \"Lines\""}).empty());
+    EXPECT_TRUE(Find(gateway, kTIDASchema, table).empty());
+    VoidIDVector ids;
+    gateway.FindObjects(
+        NamedInterfaceTypeCondition(kTIDATable, L"Order \"Lines\"", {L"Sales DB", L"", L"dbo"}, false), ids);
+    EXPECT_EQ(VoidIDVector{id}, ids);
+
+    // Other conditions scan every object, in declaration order.
+    gateway.DeclareObject(kTIDACatalog, {L"Other", L"C"});
+    gateway.FindObjects(FirstParts(L"Sales DB"), ids);
+    EXPECT_EQ((VoidIDVector{1, 2, 3}), ids);
+}
+
+TEST(Gateway, ReferencesResolveOnlyToExistingObjectsOfTheirType) {
+    ARpGateway gateway;
+    const VoidID dbId = gateway.DeclareDatabase(L"DB").GetId();
+    const VoidID tableId = gateway.DeclareObject(kTIDATable, {L"DB", L"", L"S", L"T"});
+    EXPECT_TRUE(gateway.GetObjectRef(0).IsNull());
+    EXPECT_TRUE(gateway.GetObjectRef(tableId + 1).IsNull());
+    EXPECT_EQ(nullptr, gateway.GetObject(77));
+
+    Ref<ADatabase> db = RefHelper::AddRef<ADatabase>(gateway.GetObjectRef(dbId));
+    ASSERT_FALSE(db.IsNull());
+    RefHelper::GetObjectPointerFromGatway(db)->PropertyCategories()[L"MOD"].SetProperty(L"V1", L"x");
+    DatabasePropertiesTableMap categories;
+    gateway.DeclareDatabase(L"DB").GetDatabaseProperties(categories);
+    WyString value = L"stale";
+    EXPECT_TRUE(categories[L"MOD"].GetProperty(L"V1", value));
+    EXPECT_EQ(L"x", value);
+    EXPECT_FALSE(categories[L"MOD"].GetProperty(L"V2", value));
+    EXPECT_EQ(L"", value);
+
+    EXPECT_TRUE(RefHelper::AddRef<ADatabase>(gateway.GetObjectRef(tableId)).IsNull());
+    RefHelper::ReleaseRef(db);
+    EXPECT_TRUE(db.IsNull());
+}
+
+TEST(Gateway, ComplexJoinsBelongToTheFirstTablesDatabaseAndAreFoundInEitherOrder) {
+    ARpGateway gateway;
+    const QualifiedName emp{L"AppDB", L"C", L"S", L"EmpView"}, dept{L"AppDB", L"C", L"S", L"DeptView"};
+    const QualifiedName other{L"AppDB", L"C", L"S", L"Other"};
+    const Ref<ARpObject> empRef = gateway.GetObjectRef(gateway.DeclareObject(kTIDATable, emp));
+    const Ref<ARpObject> deptRef = gateway.GetObjectRef(gateway.DeclareObject(kTIDATable, dept));
+    const Ref<ARpObject> otherRef = gateway.GetObjectRef(gateway.DeclareObject(kTIDATable, other));
+    EXPECT_TRUE(MetadataUtil::FindComplexJoinBetweenTables(empRef, deptRef).IsNull());
+
+    const VoidID join = gateway.DeclareComplexJoin(L"EmpView_DeptView", dept, emp);
+    EXPECT_EQ(join, gateway.DeclareComplexJoin(L"EmpView_DeptView", dept, emp));
+    EXPECT_EQ(VoidIDVector{join}, Find(gateway, kTIDAComplexJoin, {L"AppDB", L"EmpView_DeptView"}));
+
+    EXPECT_EQ(join, MetadataUtil::FindComplexJoinBetweenTables(empRef, deptRef).GetId());
+    EXPECT_EQ(join, MetadataUtil::FindComplexJoinBetweenTables(deptRef, empRef).GetId());
+    EXPECT_TRUE(MetadataUtil::FindComplexJoinBetweenTables(empRef, otherRef).IsNull());
+    EXPECT_TRUE(MetadataUtil::FindComplexJoinBetweenTables(empRef, Ref<ARpObject>()).IsNull());
+    EXPECT_TRUE(MetadataUtil::FindComplexJoinBetweenTables(Ref<ARpObject>(), deptRef).IsNull());
+
+    // A join to a table of another database still belongs to its first table's database.
+    const QualifiedName far{L"Far", L"", L"S", L"T"};
+    const VoidID cross = gateway.DeclareComplexJoin(L"J", far, emp);
+    EXPECT_EQ((QualifiedName{L"Far", L"J"}), gateway.GetObject(cross)->GetQualifiedName());
+    const auto* crossJoin = dynamic_cast<const AComplexJoin*>(gateway.GetObject(cross));
+    ASSERT_NE(nullptr, crossJoin);
+    EXPECT_TRUE(crossJoin->Joins(emp, far));
+}
+
+} // namespace

@@ -1,0 +1,282 @@
+// Reading UDML back into the repository: every statement kind as the generator writes it, with
+// the raw texts that are not escaped, and malformed input reported by file and line.
+#include "platform/repository/UdmlReader.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Each object as "type: part|part|...", in declaration order.
+std::vector<std::string> Objects(const ARpGateway& gateway) {
+    std::vector<std::string> out;
+    gateway.ForEachObject([&out](const ARpObject& object) {
+        std::wstring line = std::to_wstring(object.GetTypeId()) + L":";
+        for (size_t i = 0; i < object.GetQualifiedName().size(); ++i)
+            line += (i ? L"|" : L" ") + object.GetQualifiedName()[i];
+        out.push_back(std::string(line.begin(), line.end()));
+    });
+    return out;
+}
+
+std::wstring ReadError(const std::string& text) {
+    ARpGateway gateway;
+    try {
+        UdmlReader::ReadText(gateway, text, "in.udml");
+    } catch (const ErrorMessage& error) {
+        return error.Messages().empty() ? L"(no message)" : error.Messages().front();
+    }
+    return L"(read without error)";
+}
+
+// Statements as the generator writes them, names chosen to carry quotes, braces, blanks and
+// non-ASCII letters into every raw and escaped position.
+const std::string kCatalog = "\nDECLARE CATALOG \"Sales DB\".\"CRM\" AS \"CRM\";\n";
+const std::string kSchema = "\nDECLARE SCHEMA \"Sales DB\".\"CRM\".\"EU \"\"x\"\"\" AS \"EU \"x\"\"\n"
+                            "\tWS INPUTMSG{<m a=\"1\">\\}</m>};\n";
+const std::string kTable =
+    "\nDECLARE TABLE \"Sales DB\".\"CRM\".\"EU \"\"x\"\"\".\"Gr\xC3\xB6\xC3\x9F"
+    "e {T}\" AS \"Gr\xC3\xB6\xC3\x9F"
+    "e {T}\"\n HAVING( \n"
+    "    \"Sales DB\".\"CRM\".\"EU \"\"x\"\"\".\"Gr\xC3\xB6\xC3\x9F"
+    "e {T}\".\"ID\" AS \"ID\" TYPE INT PRECISION 10 SCALE 0 NOT NULLABLE VALUE TYPE  MAPPED COLUMN ''  "
+    "MVLINK ''  DESCRIPTION {}, \n"
+    "    \"Sales DB\".\"CRM\".\"EU \"\"x\"\"\".\"Gr\xC3\xB6\xC3\x9F"
+    "e {T}\".\"Acc\"\"t, (Type)\" AS \"Acc\"t, (Type)\" EXTERNAL {Account.\\{Type\\}} TYPE VARCHAR PRECISION "
+    "30 "
+    "SCALE 0 NULLABLE VALUE TYPE  MANY TO ONE  MAPPED COLUMN 'it's ; )'  MVLINK 'o'k, )' \n PICKLIST (\n"
+    "\"Sales DB\".\"CRM\".\"EU \"\"x\"\"\".\"Gr\xC3\xB6\xC3\x9F"
+    "e {T}\".\"ID\",\n"
+    "\"Sales DB\".\"CRM\".\"EU \"\"x\"\"\".\"Gr\xC3\xB6\xC3\x9F"
+    "e {T}\".\"Acc\"\"t, (Type)\" )  INPUTPARAM  PROPERTIES ({EFF_CONTEXT_NAME} = {c,d}, {IS_HIDDEN} = "
+    "{true})"
+    " DESCRIPTION {a \\} ; b)}\n )"
+    " NOT CACHEABLE DESCRIPTION {t;} URI 'CRM.it's;x' PROPERTIES ({EFF_FLEXFIELD_CODE} = {F})\n"
+    "\tWS XSLT{<x/>}\n\tWS XSDSCHEMA{<s/>};\n";
+const std::string kKey =
+    "\nDECLARE TABLE KEY \"DB\".\"\".\"HR\".\"EMP\".\"EMP_PK\" AS \"EMP_PK\"\n"
+    " HAVING ( \"DB\".\"\".\"HR\".\"EMP\".\"EMP_ID\",\n\"DB\".\"\".\"HR\".\"EMP\".\"DEPT_ID\" );\n";
+const std::string kForeignKey =
+    "\nDECLARE FOREIGN KEY \"DB\".\"\".\"HR\".\"EMP\".\"FK \"\"1\"\"\" AS \"FK \"1\"\"\n"
+    " HAVING ( \"DB\".\"\".\"HR\".\"EMP\".\"DEPT_ID\" )\n"
+    " REFERENCES \"DB\".\"\".\"HR\".\"DEPT\".\"PK_DEPT\";\n";
+const std::string kColumn =
+    "\nDECLARE COLUMN \"SRC\".\"\".\"SALES\".\"ACCT\".\"NAME\" AS \"NAME\" TYPE VARCHAR "
+    "PRECISION 50 SCALE 0 NULLABLE VALUE TYPE  MAPPED COLUMN ''  MVLINK ''  "
+    "DESCRIPTION {Account name};\n";
+// The join name itself holds '" AS "', and a quoted name in the expression holds a brace.
+const std::string kJoin =
+    "\nDECLARE JOIN \"E\" AS \"x_D\" AS \"E\" AS \"x_D\" EXTERNAL \"Emp\"Dept\" ON TABLES "
+    "(\"AppDB\".\"C\".\"M\".\"Dept\"\"View\", \"AppDB\".\"C\".\"M\".\"EmpView\") AS {} MANY TO "
+    "ONE\nEXTERNAL EXPRESSION {\"AppDB\".\"C\".\"M\".\"EmpView\".\"De}pt\" = "
+    "\"AppDB\".\"C\".\"M\".\"Dept\"\"View\".\"Id\"\nAND\n"
+    "\"AppDB\".\"C\".\"M\".\"EmpView\".\"L\" = \"AppDB\".\"C\".\"M\".\"Dept\"\"View\".\"L\"};";
+
+std::string AllStatements() {
+    return kCatalog + kSchema + kTable + kKey + kForeignKey + kColumn + kJoin;
+}
+
+TEST(UdmlReader, ReadsEveryStatementKindWithRawAndEscapedNames) {
+    ARpGateway gateway;
+    UdmlReader::ReadText(gateway, AllStatements(), "all.udml");
+    const std::vector<std::string> expected = {
+        "3025: Sales DB|CRM",
+        "3027: Sales DB|CRM|EU \"x\"",
+        std::string("3001: Sales DB|CRM|EU \"x\"|Gr\xF6\xDF") + "e {T}",
+        std::string("3003: Sales DB|CRM|EU \"x\"|Gr\xF6\xDF") + "e {T}|ID",
+        std::string("3003: Sales DB|CRM|EU \"x\"|Gr\xF6\xDF") + "e {T}|Acc\"t, (Type)",
+        "3008: DB||HR|EMP|EMP_PK",
+        "3006: DB||HR|EMP|FK \"1\"",
+        "3003: SRC||SALES|ACCT|NAME",
+        "3011: AppDB|E\" AS \"x_D",
+    };
+    EXPECT_EQ(expected, Objects(gateway)); // wide letters narrowed unit by unit: ö and ß fit a byte
+
+    VoidIDVector ids;
+    gateway.FindObjects(NamedInterfaceTypeCondition(kTIDAComplexJoin, {L"AppDB", L"E\" AS \"x_D"}, false),
+                        ids);
+    ASSERT_EQ(1u, ids.size());
+    const auto* join = dynamic_cast<const AComplexJoin*>(gateway.GetObject(ids[0]));
+    ASSERT_NE(nullptr, join);
+    EXPECT_EQ((QualifiedName{L"AppDB", L"C", L"M", L"Dept\"View"}), join->FirstTable());
+    EXPECT_EQ((QualifiedName{L"AppDB", L"C", L"M", L"EmpView"}), join->SecondTable());
+}
+
+TEST(UdmlReader, KeywordsIgnoreCaseAndRepeatedStatementsKeepOneObject) {
+    ARpGateway gateway;
+    const std::string text =
+        "\xEF\xBB\xBF  declare Catalog \"D\" . \"C\"  as \"C\" ;"
+        "DECLARE CATALOG \"D\".\"C\" AS \"C\";\n"
+        "Declare Table Key \"D\".\"C\".\"S\".\"T\".\"K\" As \"K\" having (\"D\".\"C\".\"S\".\"T\".\"a\");"
+        "declare join \"J\"  as  \"J\" external \"\" on tables(\"D\".\"C\".\"S\".\"T\",\"D\".\"C\"."
+        "\"S\".\"U\");\n"
+        "DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\" NO INTERSECTION URI '';\n";
+    UdmlReader::ReadText(gateway, text, "x");
+    UdmlReader::ReadText(gateway, text, "x");
+    EXPECT_EQ((std::vector<std::string>{"3025: D|C", "3008: D|C|S|T|K", "3011: D|J", "3001: D|C|S|T"}),
+              Objects(gateway));
+    ARpGateway empty;
+    UdmlReader::ReadText(empty, " \n\t", "blank");
+    EXPECT_EQ(0u, empty.ObjectCount());
+}
+
+TEST(UdmlReader, MalformedStatementsNameFileLineAndWhatWasExpected) {
+    struct Case {
+        std::string text;
+        std::wstring message;
+    };
+    const Case cases[] = {
+        // The table bit cleared: only the statement's tail is written.
+        {"\n URI 'CRM.Sales.Orders';\n",
+         L"in.udml:2: expected DECLARE at the start of a statement, found 'URI'"},
+        {"\nDECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"",
+         L"in.udml:2: expected ';' ending the DECLARE TABLE "
+         L"statement begun on line 2, found end of input"},
+        {"DECLARE SCHEMA \"D\".\"C\".\"S\" AS \"S\"\n\nDECLARE CATALOG \"D\".\"C\" AS \"C\";",
+         L"in.udml:3: expected ';' ending the DECLARE SCHEMA statement begun on line 1, found 'DECLARE'"},
+        {"DECLARE CATALOG \"D\".\"C\".\"X\" AS \"X\";",
+         L"in.udml:1: expected a catalog name of 2 parts, found 3"},
+        {"DECLARE VIEW \"D\".\"V\";",
+         L"in.udml:1: expected CATALOG, SCHEMA, TABLE, TABLE KEY, COLUMN, FOREIGN KEY "
+         L"or JOIN after DECLARE, found 'VIEW'"},
+        {"\n\nDECLARE CATALOG \"D\".\"C;\n", L"in.udml:3: unterminated quoted name (no closing '\"')"},
+        {"DECLARE CATALOG \"D\".\"C\" \"C\";", L"in.udml:1: expected AS, found '\"'"},
+        {"DECLARE CATALOG \"D\".C AS \"C\";", L"in.udml:1: expected a quoted name part, found 'C'"},
+        {"DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"\n HAVING( \n    \"D\".\"C\".\"S\".\"T\".\"A\" AS "
+         "\"A\" "
+         "DESCRIPTION {};\n",
+         L"in.udml:3: expected ',' or ')' in the column list of the DECLARE TABLE statement begun on line 1, "
+         L"found ';'"},
+        {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" PROPERTIES ({k} = {v};",
+         L"in.udml:1: expected ')', found ';'"},
+        {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" DESCRIPTION {x\\};\n",
+         L"in.udml:1: unterminated brace text (no closing '}')"},
+        {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" MAPPED COLUMN 'x' DESCRIPTION {};",
+         L"in.udml:1: unterminated text after MAPPED COLUMN"},
+        {"DECLARE JOIN \"A\" AS \"B\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"S\".\"T\", "
+         "\"D\".\"C\".\"S\".\"U\");",
+         L"in.udml:1: expected the join name twice, as \"<name>\" AS \"<name>\" EXTERNAL \"...\""},
+        {"DECLARE JOIN \"A\" AS \"A\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"S\".\"T\");",
+         L"in.udml:1: expected ',' between the two tables, found ')'"},
+        {"DECLARE CATALOG \"D\".\"C\" AS \"C\";\nDECLARE CATALOG \"D\".\"\xC3\x28\" AS \"x\";",
+         L"in.udml:2: ill-formed UTF-8 (byte 0xC3)"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(c.message, ReadError(c.text)) << c.text;
+}
+
+TEST(UdmlReader, StatementsBeforeAFailureStayAndTheFailingOneLeavesNoTrace) {
+    ARpGateway gateway;
+    const std::string text = "DECLARE CATALOG \"D\".\"C\" AS \"C\";\n"
+                             "DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"\n HAVING( \n"
+                             "    \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" DESCRIPTION {}\n )\n"
+                             "DECLARE CATALOG \"D\".\"E\" AS \"E\";\n";
+    EXPECT_THROW(UdmlReader::ReadText(gateway, text, "x"), ErrorMessage);
+    EXPECT_EQ(std::vector<std::string>{"3025: D|C"}, Objects(gateway));
+}
+
+TEST(UdmlReader, FilesAreReadOrTheOsReasonIsGiven) {
+    ARpGateway gateway;
+    try {
+        UdmlReader::ReadFile(gateway, "/nonexistent/dir/x.udml");
+        FAIL() << "no error";
+    } catch (const ErrorMessage& error) {
+        EXPECT_STREQ("cannot read /nonexistent/dir/x.udml: No such file or directory", error.what());
+    }
+    try {
+        UdmlReader::ReadFile(gateway, "/");
+        FAIL() << "no error";
+    } catch (const ErrorMessage& error) {
+        EXPECT_STREQ("cannot read /: Is a directory", error.what());
+    }
+
+    const std::string path = testing::TempDir() + "udml_reader_test.udml";
+    {
+        std::ofstream out(path, std::ios::binary);
+        out << kCatalog << "DECLARE SCHEMA \"Sales DB\".\"CRM\".\"S\" AS \"S\"\n";
+    }
+    try {
+        UdmlReader::ReadFile(gateway, path);
+        FAIL() << "no error";
+    } catch (const ErrorMessage& error) {
+        EXPECT_EQ(
+            path + ":4: expected ';' ending the DECLARE SCHEMA statement begun on line 3, found end of input",
+            error.what());
+    }
+    std::remove(path.c_str());
+    EXPECT_EQ(std::vector<std::string>{"3025: Sales DB|CRM"}, Objects(gateway));
+}
+
+TEST(UdmlReader, ArbitraryInputNeverCrashesOrHangs) {
+    const std::string text = AllStatements();
+    // Every truncation and a run of seeded byte mutations either reads or throws ErrorMessage.
+    for (size_t n = 0; n <= text.size(); ++n) {
+        ARpGateway gateway;
+        try {
+            UdmlReader::ReadText(gateway, text.substr(0, n), "cut");
+        } catch (const ErrorMessage&) {
+        }
+    }
+    std::mt19937 random(12345);
+    const char alphabet[] = "\"'{}()\\;,. \nAS";
+    for (int round = 0; round < 3000; ++round) {
+        std::string mutated = text;
+        for (int k = 0; k < 3; ++k) {
+            const size_t at = random() % mutated.size();
+            if (random() % 2)
+                mutated[at] = alphabet[random() % (sizeof alphabet - 1)];
+            else
+                mutated.erase(at, 1 + random() % 4);
+        }
+        ARpGateway gateway;
+        try {
+            UdmlReader::ReadText(gateway, mutated, "fuzz");
+        } catch (const ErrorMessage&) {
+        }
+    }
+}
+
+TEST(UdmlReader, PathologicalRawTextsStayLinear) {
+    auto repeat = [](const std::string& piece, size_t times) {
+        std::string out;
+        for (size_t i = 0; i < times; ++i)
+            out += piece;
+        return out;
+    };
+    const std::vector<std::string> inputs = {
+        // A join name that repeats around AS ever again without ever reaching EXTERNAL.
+        "DECLARE JOIN \"" + repeat("a\" AS \"", 60000) + "a\" EXTERNAL",
+        // The same, matched only in the middle: a long name compared once.
+        "DECLARE JOIN \"" + repeat("a\" AS \"", 60001) +
+            "a\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"S\".\"T\", "
+            "\"D\".\"C\".\"S\".\"U\");",
+        // A view-link text full of quotes that never ends.
+        "DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" MVLINK '" + repeat("' x", 100000),
+        // Many small statements.
+        repeat("DECLARE CATALOG \"D\".\"C\" AS \"C\";\n", 30000),
+        // A long name compared against its display name.
+        "DECLARE CATALOG \"D\".\"" + repeat("n", 400000) + "\" AS \"" + repeat("n", 400000) + "\";",
+    };
+    for (const std::string& input : inputs) {
+        const auto start = std::chrono::steady_clock::now();
+        ARpGateway gateway;
+        try {
+            UdmlReader::ReadText(gateway, input, "big");
+        } catch (const ErrorMessage&) {
+        }
+        const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        EXPECT_LT(seconds, 5.0) << input.substr(0, 40);
+    }
+    ARpGateway gateway;
+    UdmlReader::ReadText(gateway, inputs[1], "middle");
+    ASSERT_EQ(1u, gateway.ObjectCount());
+    EXPECT_EQ(30001u * 7 - 6, gateway.GetObject(1)->GetQualifiedName()[1].size());
+}
+
+} // namespace
