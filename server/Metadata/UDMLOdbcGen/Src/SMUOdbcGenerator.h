@@ -193,7 +193,8 @@ public:
                       int nDepthLimit, int fGenerate, bool bUseExistingStructs);
 
     /// Appends the foreign-key statements of every table of the source to `parrayForeignKeys`;
-    /// nothing reaches the sink, which stays oNothing afterwards.
+    /// nothing reaches the sink, which stays oNothing afterwards. The whole path is emptied first,
+    /// base table included.
     bool GenerateAllForeignKeys(WyStringVector* parrayForeignKeys);
     /// Appends the foreign-key statements of one table to `parrayForeignKeys`.
     bool GenerateForeignKeys(const WyString& strCatalog, const WyString& strSchema, const WyString& strTable,
@@ -203,10 +204,15 @@ public:
     /// Writes the table-key statements of one table.
     bool GeneratePrimaryKey(const WyString& strCatalog, const WyString& strSchema, const WyString& strTable,
                             const WyString& strBaseTable);
-    /// Writes one join per admissible view link of the source (or of SetMIViewLinks).
+    /// Writes one join per admissible view link of the source (or of SetMIViewLinks). A link
+    /// whose source and destination column lists differ in length is reported as a logic error
+    /// after its head is written; its statement is then ended with ";" without the expression
+    /// clause and the remaining links are written. False when aborted, without an import source,
+    /// or when the source or repository failed (what was written stays written).
     bool GenerateViewLinks(const WyStringSet& strTablesInCurrDB, const WyStringSet& strComplexJoinsInCurrDB,
                            const WyStringSet& strComplexJoinsInOtherDBs);
-    /// The join condition of a view link, built into `sViewLinkExpr`.
+    /// The join condition of a view link, built into `sViewLinkExpr`: one equation per column
+    /// pair, source on the left. Only positions present in both column lists are used.
     WyString& GenerateZelViewLinkExpression(const MIViewLink& viewLink, WyString& sViewLinkExpr);
     /// One bundle per name of `tableNames`, in the set's order, appended to `tableInfoList`.
     void GenerateTableUdml(WyStringSet& tableNames, TableUDMLVector& tableInfoList);
