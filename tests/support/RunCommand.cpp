@@ -1,0 +1,70 @@
+// Command runner of the host and script tests.
+#include "RunCommand.h"
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+std::string ShellQuote(const std::string& text) {
+    std::string quoted = "'";
+    for (char c : text) {
+        if (c == '\'')
+            quoted += "'\\''";
+        else
+            quoted += c;
+    }
+    return quoted + "'";
+}
+
+std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw std::runtime_error("cannot read " + path);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+std::string ScratchPath(const std::string& name) {
+    const std::string folder = std::string(UDML_BINARY_DIR) + "/test-scratch";
+    mkdir(folder.c_str(), 0755);
+    return folder + "/" + name;
+}
+
+std::string UdmlgenPath() { return std::string(UDML_BINARY_DIR) + "/bin/udmlgen"; }
+
+CommandResult RunCommand(const std::string& command) {
+    static int counter = 0;
+    const std::string errFile = ScratchPath("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
+    CommandResult result;
+    std::FILE* pipe = popen((command + " 2>" + ShellQuote(errFile)).c_str(), "r");
+    if (!pipe)
+        throw std::runtime_error("cannot run " + command);
+    char buffer[65536];
+    size_t count;
+    while ((count = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        result.standardOutput.append(buffer, count);
+    const int status = pclose(pipe);
+    if (WIFEXITED(status))
+        result.exitStatus = WEXITSTATUS(status);
+    else if (WIFSIGNALED(status))
+        result.exitStatus = 128 + WTERMSIG(status);
+    try {
+        result.standardError = ReadWholeFile(errFile);
+    } catch (const std::runtime_error&) {
+    }
+    std::remove(errFile.c_str());
+    return result;
+}
+
+std::string DiffTexts(const std::string& expected, const std::string& actual) {
+    const std::string expectedFile = ScratchPath("diff-expected"), actualFile = ScratchPath("diff-actual");
+    std::ofstream(expectedFile, std::ios::binary) << expected;
+    std::ofstream(actualFile, std::ios::binary) << actual;
+    return RunCommand("diff -u " + ShellQuote(expectedFile) + " " + ShellQuote(actualFile) + " | head -n 80")
+        .standardOutput;
+}
