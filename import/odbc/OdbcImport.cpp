@@ -1,0 +1,871 @@
+// The ODBC import source: the ODBC 3 catalog functions of unixODBC, called through the wide entry
+// points, mapped onto the import records column by column. Search patterns are applied again to
+// what the driver returns, since drivers differ in how faithfully they apply them.
+#include "import/odbc/OdbcImport.h"
+
+#include "import/SearchPattern.h"
+#include "import/odbc/OdbcRules.h"
+#include "import/odbc/Utf16.h"
+
+#include <sql.h>
+#include <sqlext.h>
+#include <sqlucode.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+// What the SQLite3 ODBC driver (libsqliteodbc 0.9998) returns for the sample sales database, as
+// observed with SQLTablesW/SQLColumnsW/SQLPrimaryKeysW/SQLForeignKeysW:
+// NOTE: SQLite3 ODBC ignores SQL_ALL_CATALOGS and SQL_ALL_SCHEMAS and answers with its plain table
+//       list (every row has a TABLE_NAME), so it lists no catalogs and no schemas.
+// NOTE: SQLite3 ODBC reports TABLE_CAT and TABLE_SCHEM as NULL in SQLTables but as "" in
+//       SQLColumns, SQLPrimaryKeys and SQLForeignKeys; both arrive here as the empty text.
+// NOTE: SQLite3 ODBC matches name patterns ignoring case ("ORDER_%" lists order_lines), hence the
+//       case-sensitive second pass over every listing.
+// NOTE: SQLite3 ODBC leaves PK_NAME and FK_NAME NULL, also for a named CONSTRAINT; the writers
+//       make the key names up.
+// NOTE: SQLite3 ODBC derives DATA_TYPE from the declared type name: CHAR(n) and DECIMAL(p,s) come
+//       back as SQL_VARCHAR, NUMERIC(p,s) and REAL as SQL_DOUBLE, a view's computed column as
+//       SQL_VARCHAR with an empty TYPE_NAME; COLUMN_SIZE of DECIMAL(10,2) is 2; DECIMAL_DIGITS is
+//       10 and NUM_PREC_RADIX 0 for every column. They are passed on as reported.
+// NOTE: SQLite3 ODBC lists no system tables: the types 'SYSTEM TABLE','SYSTEM VIEW' select nothing.
+// NOTE: SQLite3 ODBC compares the table name of SQLPrimaryKeys and SQLForeignKeys ignoring case
+//       and echoes the name as given ("ORDER_LINES" yields the keys of order_lines, so named).
+// NOTE: SQLite3 ODBC lists the foreign keys of a table last declared first.
+
+namespace {
+
+using Units = std::vector<SQLWCHAR>;
+
+WyString FromSql(const SQLWCHAR* units, size_t length) {
+    std::u16string text(length, u'\0');
+    for (size_t i = 0; i < length; ++i) {
+        text[i] = static_cast<char16_t>(units[i]);
+    }
+    return Utf16ToWide(text);
+}
+
+WyString Quoted(const WyString& name) {
+    return L"\"" + name + L"\"";
+}
+
+// "cat"."schema"."table" from the non-empty parts, for messages.
+WyString NamePath(std::initializer_list<const WyString*> parts) {
+    WyString path;
+    for (const WyString* part : parts) {
+        if (part->empty()) {
+            continue;
+        }
+        if (!path.empty()) {
+            path += L'.';
+        }
+        path += Quoted(*part);
+    }
+    return path;
+}
+
+// Collects the diagnostic records of `handle` as "SQLSTATE [native] text" messages.
+void AddDiagnostics(ErrorMessage& error, SQLSMALLINT handleType, SQLHANDLE handle) {
+    if (handle == SQL_NULL_HANDLE) {
+        return;
+    }
+    // Bounded, so that a driver that answers every record number cannot keep us here.
+    for (SQLSMALLINT record = 1; record <= 64; ++record) {
+        SQLWCHAR state[6] = {};
+        SQLINTEGER native = 0;
+        Units text(512);
+        SQLSMALLINT length = 0;
+        SQLRETURN rc = SQLGetDiagRecW(handleType, handle, record, state, &native, text.data(),
+                                      static_cast<SQLSMALLINT>(text.size()), &length);
+        if (rc == SQL_SUCCESS_WITH_INFO && length >= static_cast<SQLSMALLINT>(text.size())) {
+            text.resize(
+                static_cast<size_t>(std::min<int>(length + 1, std::numeric_limits<SQLSMALLINT>::max())));
+            rc = SQLGetDiagRecW(handleType, handle, record, state, &native, text.data(),
+                                static_cast<SQLSMALLINT>(text.size()), &length);
+        }
+        if (!SQL_SUCCEEDED(rc)) {
+            break;
+        }
+        const size_t shown = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)), text.size() - 1);
+        error.AddMessage(FromSql(state, 5) + L" [" + std::to_wstring(native) + L"] " +
+                         FromSql(text.data(), shown));
+    }
+}
+
+// The error for a failed call: what was being done, then the driver's diagnostics.
+ErrorMessage OdbcError(const WyString& context, SQLSMALLINT handleType, SQLHANDLE handle, SQLRETURN rc) {
+    ErrorMessage error(context);
+    AddDiagnostics(error, handleType, handle);
+    if (error.Messages().size() == 1) {
+        error.AddMessage(L"the ODBC driver gave no diagnostic record (return code " + std::to_wstring(rc) +
+                         L")");
+    }
+    return error;
+}
+
+void Check(SQLRETURN rc, const WyString& context, SQLSMALLINT handleType, SQLHANDLE handle) {
+    if (!SQL_SUCCEEDED(rc)) {
+        throw OdbcError(context, handleType, handle, rc);
+    }
+}
+
+// An ODBC handle of any type, freed with its scope.
+class Handle {
+public:
+    Handle() = default;
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle() { Reset(); }
+
+    // Allocates a handle of `type` under `parent`; the failure is thrown with `context`.
+    void Allocate(SQLSMALLINT type, SQLHANDLE parent, SQLSMALLINT parentType, const WyString& context) {
+        Reset();
+        SQLHANDLE handle = SQL_NULL_HANDLE;
+        const SQLRETURN rc = SQLAllocHandle(type, parent, &handle);
+        if (!SQL_SUCCEEDED(rc)) {
+            if (parent == SQL_NULL_HANDLE) {
+                throw ErrorMessage(context +
+                                   L": the unixODBC driver manager could not set up an environment");
+            }
+            throw OdbcError(context, parentType, parent, rc);
+        }
+        m_type = type;
+        m_handle = handle;
+    }
+    void Reset() noexcept {
+        if (m_handle != SQL_NULL_HANDLE) {
+            SQLFreeHandle(m_type, m_handle);
+            m_handle = SQL_NULL_HANDLE;
+        }
+    }
+    SQLHANDLE Get() const { return m_handle; }
+
+private:
+    SQLSMALLINT m_type = 0;
+    SQLHANDLE m_handle = SQL_NULL_HANDLE;
+};
+
+// A text argument of a wide entry point: NUL-terminated UTF-16, or NULL.
+class WideArg {
+public:
+    WideArg() = default;
+    explicit WideArg(const WyString& text) : m_isNull(false) {
+        const std::u16string units = WideToUtf16(text);
+        if (units.size() > static_cast<size_t>(std::numeric_limits<SQLSMALLINT>::max())) {
+            throw ErrorMessage(L"the name " + Quoted(text.substr(0, 40)) +
+                               L"... is too long to pass to an ODBC driver (more than 32767 UTF-16 units)");
+        }
+        m_units.assign(units.begin(), units.end());
+        m_units.push_back(0);
+    }
+    SQLWCHAR* Data() { return m_isNull ? nullptr : m_units.data(); }
+    SQLSMALLINT Length() const { return m_isNull ? 0 : static_cast<SQLSMALLINT>(m_units.size() - 1); }
+
+private:
+    Units m_units;
+    bool m_isNull = true;
+};
+
+// The empty text means "every name", which ODBC spells NULL.
+WideArg NullIfEmpty(const WyString& text) {
+    return text.empty() ? WideArg() : WideArg(text);
+}
+
+// NOTE: unixODBC passes the arguments of wide calls to a driver without wide entry points (the
+//       Debian build of SQLite3 ODBC is one) in the character set of the process locale; under
+//       the C locale the characters beyond ASCII are lost, and a table pattern ending in a euro
+//       sign finds nothing (observed with unixODBC 2.3.11). A search pattern therefore reaches
+//       the driver with "_" for each such character, and the listing applies the whole pattern.
+WideArg PatternArgument(const WyString& pattern) {
+    WyString driverPattern;
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        wchar_t c = pattern[i];
+        if (c == L'\\' && i + 1 < pattern.size()) {
+            c = pattern[++i];
+            if (c < 0x80) {
+                driverPattern += L'\\';
+            }
+        }
+        driverPattern += c < 0x80 ? c : L'_';
+    }
+    return NullIfEmpty(driverPattern);
+}
+
+// An argument that the catalog function takes literally (the catalog of SQLColumns) while the
+// caller gave a search pattern: a pattern with "%" selects every name here and is applied
+// afterwards; otherwise the escapes are removed and the name passed on.
+WideArg LiteralArgument(const WyString& pattern) {
+    WyString literal;
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        wchar_t c = pattern[i];
+        if (c == L'\\' && i + 1 < pattern.size()) {
+            c = pattern[++i];
+        } else if (c == L'%') {
+            return WideArg();
+        }
+        if (c >= 0x80) {
+            return WideArg(); // see PatternArgument
+        }
+        literal += c;
+    }
+    return NullIfEmpty(literal);
+}
+
+// Reads the columns of the current row, in ascending order.
+class Row {
+public:
+    Row(SQLHSTMT statement, const WyString& context) : m_statement(statement), m_context(context) {}
+
+    // NULL is the empty text. Texts of any length are read piece by piece.
+    WyString Text(SQLUSMALLINT column) {
+        std::u16string text;
+        Units chunk(512);
+        const size_t room = chunk.size() - 1;
+        for (;;) {
+            SQLLEN indicator = 0;
+            const SQLRETURN rc = SQLGetData(m_statement, column, SQL_C_WCHAR, chunk.data(),
+                                            static_cast<SQLLEN>(chunk.size() * sizeof(SQLWCHAR)), &indicator);
+            if (rc == SQL_NO_DATA) {
+                break; // the previous piece was the last
+            }
+            Check(rc, ColumnContext(column), SQL_HANDLE_STMT, m_statement);
+            if (indicator == SQL_NULL_DATA) {
+                return WyString();
+            }
+            const bool truncated =
+                rc == SQL_SUCCESS_WITH_INFO &&
+                (indicator == SQL_NO_TOTAL ||
+                 (indicator > 0 && static_cast<size_t>(indicator) / sizeof(SQLWCHAR) > room));
+            size_t count = 0;
+            if (truncated) {
+                // The piece is NUL-terminated; a driver may leave part of the room unused rather
+                // than split a character.
+                while (count < room && chunk[count] != 0) {
+                    ++count;
+                }
+                if (count == 0) {
+                    ErrorMessage error(ColumnContext(column));
+                    error.AddMessage(L"the ODBC driver reported more text but delivered none");
+                    throw error;
+                }
+            } else {
+                count = indicator > 0 ? std::min(static_cast<size_t>(indicator) / sizeof(SQLWCHAR), room) : 0;
+            }
+            for (size_t i = 0; i < count; ++i) {
+                text.push_back(static_cast<char16_t>(chunk[i]));
+            }
+            if (!truncated) {
+                break;
+            }
+        }
+        return Utf16ToWide(text);
+    }
+
+    // The signed value; NULL is 0.
+    int32_t Signed(SQLUSMALLINT column) {
+        SQLINTEGER value = 0;
+        SQLLEN indicator = 0;
+        const SQLRETURN rc = SQLGetData(m_statement, column, SQL_C_SLONG, &value, sizeof value, &indicator);
+        Check(rc, ColumnContext(column), SQL_HANDLE_STMT, m_statement);
+        return indicator == SQL_NULL_DATA ? 0 : static_cast<int32_t>(value);
+    }
+    // NULL and negative values are 0.
+    uint32 Unsigned(SQLUSMALLINT column) {
+        const int32_t value = Signed(column);
+        return value < 0 ? 0 : static_cast<uint32>(value);
+    }
+    // As Unsigned, held to the range of a 16-bit field rather than wrapped.
+    uint16 Small(SQLUSMALLINT column) {
+        return static_cast<uint16>(std::min<uint32>(Unsigned(column), std::numeric_limits<uint16>::max()));
+    }
+
+private:
+    WyString ColumnContext(SQLUSMALLINT column) const {
+        return m_context + L" (result column " + std::to_wstring(column) + L")";
+    }
+
+    SQLHSTMT m_statement;
+    const WyString& m_context;
+};
+
+struct TableRef {
+    WyString catalog;
+    WyString schema;
+    WyString table;
+};
+
+// One kind of listing with its own statement. A listing may run the catalog function once, or
+// once per table of a list (keys of every table), moving on when a table's rows are used up.
+class Listing {
+public:
+    // Closes whatever the listing held and prepares its statement on `connection`.
+    void Start(SQLHDBC connection, const WyString& context) {
+        Stop();
+        m_context = context;
+        if (m_statement.Get() == SQL_NULL_HANDLE) {
+            m_statement.Allocate(SQL_HANDLE_STMT, connection, SQL_HANDLE_DBC, context);
+        }
+    }
+    void Stop() noexcept {
+        if (m_statement.Get() != SQL_NULL_HANDLE) {
+            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+        }
+        m_open = false;
+        m_tables.clear();
+        m_nextTable = 0;
+        m_runFor = nullptr;
+    }
+    void Free() noexcept {
+        Stop();
+        m_statement.Reset();
+    }
+
+    SQLHSTMT Statement() const { return m_statement.Get(); }
+    const WyString& Context() const { return m_context; }
+    void SetContext(const WyString& context) { m_context = context; }
+
+    // Takes the result of the catalog function just called on Statement().
+    void Opened(SQLRETURN rc) {
+        if (rc == SQL_NO_DATA) {
+            return; // no result set: nothing to list
+        }
+        if (!SQL_SUCCEEDED(rc)) {
+            // Only the cursor is closed here: this may run inside m_runFor, which must outlive it.
+            ErrorMessage error = OdbcError(m_context, SQL_HANDLE_STMT, m_statement.Get(), rc);
+            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            m_open = false;
+            throw error;
+        }
+        m_open = true;
+    }
+
+    // Runs `runFor` for each table in turn as the rows of the one before are used up.
+    void ForEachTable(std::vector<TableRef> tables, std::function<void(const TableRef&)> runFor) {
+        m_tables = std::move(tables);
+        m_nextTable = 0;
+        m_runFor = std::move(runFor);
+    }
+
+    // Moves to the next row; false when none is left.
+    bool Fetch() {
+        for (;;) {
+            if (m_open) {
+                const SQLRETURN rc = SQLFetch(m_statement.Get());
+                if (SQL_SUCCEEDED(rc)) {
+                    return true;
+                }
+                if (rc != SQL_NO_DATA) {
+                    // The listing ends here: a later Get answers false instead of failing again.
+                    ErrorMessage error = OdbcError(m_context, SQL_HANDLE_STMT, m_statement.Get(), rc);
+                    Stop();
+                    throw error;
+                }
+                SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+                m_open = false;
+            }
+            if (!m_runFor || m_nextTable >= m_tables.size()) {
+                return false;
+            }
+            const TableRef table = m_tables[m_nextTable++];
+            try {
+                m_runFor(table);
+            } catch (...) {
+                Stop(); // the listing ends with its first failure
+                throw;
+            }
+        }
+    }
+
+private:
+    Handle m_statement;
+    WyString m_context;
+    bool m_open = false;
+    std::vector<TableRef> m_tables;
+    size_t m_nextTable = 0;
+    std::function<void(const TableRef&)> m_runFor;
+};
+
+// A driver's catalog or schema name is compared with the caller's only where it has one: a driver
+// that leaves them empty has no catalogs or schemas and has already applied what it could.
+bool PatternAllows(const WyString& pattern, const WyString& name) {
+    return name.empty() || MatchesSearchPattern(pattern, name);
+}
+bool ExactAllows(const WyString& wanted, const WyString& name) {
+    return wanted.empty() || name.empty() || wanted == name;
+}
+
+// The quoted type names that SQLTables is asked for, or empty for "every type".
+WyString TableTypeList(uint8 selector) {
+    if (selector == 0 || (selector & 0x01) != 0) {
+        return WyString();
+    }
+    WyString list;
+    auto add = [&list](const wchar_t* names) {
+        if (!list.empty()) {
+            list += L',';
+        }
+        list += names;
+    };
+    if (selector & 0x02) {
+        add(L"'SYSTEM TABLE','SYSTEM VIEW'");
+    }
+    if (selector & 0x04) {
+        add(L"'SYNONYM','ALIAS'");
+    }
+    if (selector & 0x08) {
+        add(L"'GLOBAL TEMPORARY','LOCAL TEMPORARY'");
+    }
+    return list;
+}
+
+} // namespace
+
+struct OdbcImport::State {
+    Handle environment;
+    Handle connection;
+    bool connected = false;
+
+    Listing catalogs;
+    Listing schemas;
+    Listing tables;
+    Listing columns;
+    Listing primaryKeys;
+    Listing foreignKeys;
+
+    // What the current listings select beyond what the driver was asked.
+    WyString catalogPattern;
+    std::set<WyString> catalogsSeen;
+    WyString schemaCatalog;
+    WyString schemaPattern;
+    std::set<std::pair<WyString, WyString>> schemasSeen;
+    TableRef tablePattern;
+    uint8 tableSelector = 1;
+    TableRef columnTable;
+    WyString columnPattern;
+    TableRef keyTable;
+    TableRef foreignPk;
+    TableRef foreignFk;
+
+    ~State() { Close(); }
+
+    void Close() noexcept {
+        for (Listing* listing : {&catalogs, &schemas, &tables, &columns, &primaryKeys, &foreignKeys}) {
+            listing->Free();
+        }
+        if (connected) {
+            SQLDisconnect(connection.Get());
+            connected = false;
+        }
+        connection.Reset();
+        environment.Reset();
+    }
+
+    SQLHDBC Connection(const WyString& context) const {
+        if (!connected) {
+            ErrorMessage error(context);
+            error.AddMessage(
+                L"not connected to a data source: the connection was never opened or has been closed");
+            throw error;
+        }
+        return connection.Get();
+    }
+
+    // Every table of the catalog and schema (exact names), of every type, in the driver's order.
+    std::vector<TableRef> AllTables(const WyString& catalog, const WyString& schema,
+                                    const WyString& context) {
+        Handle statement;
+        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
+        WideArg catalogArg = NullIfEmpty(catalog);
+        WideArg schemaArg = NullIfEmpty(schema);
+        SQLRETURN rc = SQLTablesW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
+                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
+        std::vector<TableRef> found;
+        if (rc == SQL_NO_DATA) {
+            return found;
+        }
+        Check(rc, context, SQL_HANDLE_STMT, statement.Get());
+        while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
+            Row row(statement.Get(), context);
+            TableRef table;
+            table.catalog = row.Text(1); // <- TABLE_CAT
+            table.schema = row.Text(2);  // <- TABLE_SCHEM
+            table.table = row.Text(3);   // <- TABLE_NAME
+            // The schema argument of SQLTables is a pattern; these names are exact.
+            if (ExactAllows(catalog, table.catalog) && ExactAllows(schema, table.schema) &&
+                !table.table.empty()) {
+                found.push_back(std::move(table));
+            }
+        }
+        if (rc != SQL_NO_DATA) {
+            throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
+        }
+        return found;
+    }
+};
+
+OdbcImport::OdbcImport() : m_state(new State) {}
+
+OdbcImport::~OdbcImport() {
+    CloseConnection();
+}
+
+void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& password, bool) {
+    CloseConnection();
+    State& state = *m_state;
+    const bool isConnectionString = source.find(L'=') != WyString::npos;
+    const WyString connectionString =
+        isConnectionString ? AppendCredentials(source, user, password) : WyString();
+    const WyString context =
+        isConnectionString
+            ? L"connecting with the connection string " + Quoted(HidePasswords(connectionString))
+            : L"connecting to the data source " + Quoted(source) +
+                  (user.empty() ? WyString() : L" as user " + Quoted(user));
+    try {
+        state.environment.Allocate(SQL_HANDLE_ENV, SQL_NULL_HANDLE, 0, context);
+        Check(SQLSetEnvAttr(state.environment.Get(), SQL_ATTR_ODBC_VERSION,
+                            reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(SQL_OV_ODBC3)), 0),
+              context, SQL_HANDLE_ENV, state.environment.Get());
+        state.connection.Allocate(SQL_HANDLE_DBC, state.environment.Get(), SQL_HANDLE_ENV, context);
+        // A server that does not answer must end in a message, not a hang. Drivers that cannot
+        // time out a login refuse the attribute; they connect without it.
+        SQLSetConnectAttrW(state.connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
+                           reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(15)), 0);
+        SQLRETURN rc;
+        if (isConnectionString) {
+            WideArg text(connectionString);
+            rc = SQLDriverConnectW(state.connection.Get(), nullptr, text.Data(), text.Length(), nullptr, 0,
+                                   nullptr, SQL_DRIVER_NOPROMPT);
+        } else {
+            WideArg dsn(source);
+            WideArg userArg = NullIfEmpty(user);
+            WideArg passwordArg = NullIfEmpty(password);
+            rc = SQLConnectW(state.connection.Get(), dsn.Data(), dsn.Length(), userArg.Data(),
+                             userArg.Length(), passwordArg.Data(), passwordArg.Length());
+        }
+        Check(rc, context, SQL_HANDLE_DBC, state.connection.Get());
+        state.connected = true;
+    } catch (...) {
+        state.Close();
+        throw;
+    }
+}
+
+void OdbcImport::CloseConnection() {
+    if (m_state) {
+        m_state->Close();
+    }
+}
+
+void OdbcImport::PrepareForCatalog(WyString& catalog) {
+    State& state = *m_state;
+    const WyString context =
+        L"reading the catalogs" + (catalog.empty() ? WyString() : L" named like " + Quoted(catalog));
+    state.catalogs.Start(state.Connection(context), context);
+    state.catalogPattern = catalog;
+    state.catalogsSeen.clear();
+    // The special request needs empty (not NULL) schema and table names.
+    WideArg all(L"%"); // SQL_ALL_CATALOGS
+    WideArg none(L"");
+    state.catalogs.Opened(SQLTablesW(state.catalogs.Statement(), all.Data(), all.Length(), none.Data(), 0,
+                                     none.Data(), 0, nullptr, 0));
+}
+
+void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
+    State& state = *m_state;
+    const WyString context = L"reading the schemas" +
+                             (catalog.empty() ? WyString() : L" of the catalog " + Quoted(catalog)) +
+                             (schema.empty() ? WyString() : L" named like " + Quoted(schema));
+    state.schemas.Start(state.Connection(context), context);
+    state.schemaCatalog = catalog;
+    state.schemaPattern = schema;
+    state.schemasSeen.clear();
+    WideArg all(L"%"); // SQL_ALL_SCHEMAS
+    WideArg none(L"");
+    state.schemas.Opened(SQLTablesW(state.schemas.Statement(), none.Data(), 0, all.Data(), all.Length(),
+                                    none.Data(), 0, nullptr, 0));
+}
+
+void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
+    State& state = *m_state;
+    const WyString where = NamePath({&catalog, &schema});
+    const WyString context = L"reading the tables" + (where.empty() ? WyString() : L" of " + where) +
+                             (table.empty() ? WyString() : L" named like " + Quoted(table));
+    state.tables.Start(state.Connection(context), context);
+    state.tablePattern = TableRef{catalog, schema, table};
+    state.tableSelector = tableType;
+    WideArg catalogArg = PatternArgument(catalog);
+    WideArg schemaArg = PatternArgument(schema);
+    WideArg tableArg = PatternArgument(table);
+    WideArg typesArg = NullIfEmpty(TableTypeList(tableType));
+    state.tables.Opened(SQLTablesW(state.tables.Statement(), catalogArg.Data(), catalogArg.Length(),
+                                   schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
+                                   typesArg.Data(), typesArg.Length()));
+}
+
+void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString& table, WyString& column) {
+    State& state = *m_state;
+    const WyString where = NamePath({&catalog, &schema, &table});
+    const WyString context = L"reading the columns of " + (where.empty() ? WyString(L"every table") : where) +
+                             (column.empty() ? WyString() : L" named like " + Quoted(column));
+    state.columns.Start(state.Connection(context), context);
+    state.columnTable = TableRef{catalog, schema, table};
+    state.columnPattern = column;
+    WideArg catalogArg = LiteralArgument(catalog);
+    WideArg schemaArg = PatternArgument(schema);
+    WideArg tableArg = PatternArgument(table);
+    WideArg columnArg = PatternArgument(column);
+    state.columns.Opened(SQLColumnsW(state.columns.Statement(), catalogArg.Data(), catalogArg.Length(),
+                                     schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
+                                     columnArg.Data(), columnArg.Length()));
+}
+
+void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
+    State& state = *m_state;
+    Listing& listing = state.primaryKeys;
+    auto run = [&listing](const TableRef& of) {
+        const WyString where = NamePath({&of.catalog, &of.schema, &of.table});
+        listing.SetContext(L"reading the primary key of " + where);
+        WideArg catalogArg = NullIfEmpty(of.catalog);
+        WideArg schemaArg = NullIfEmpty(of.schema);
+        WideArg tableArg(of.table);
+        listing.Opened(SQLPrimaryKeysW(listing.Statement(), catalogArg.Data(), catalogArg.Length(),
+                                       schemaArg.Data(), schemaArg.Length(), tableArg.Data(),
+                                       tableArg.Length()));
+    };
+    state.keyTable = TableRef{catalog, schema, table};
+    if (!table.empty()) {
+        const WyString context = L"reading the primary key of " + NamePath({&catalog, &schema, &table});
+        listing.Start(state.Connection(context), context);
+        run(state.keyTable);
+        return;
+    }
+    // The driver manager refuses SQLPrimaryKeys without a table name: ask table by table.
+    const WyString where = NamePath({&catalog, &schema});
+    const WyString context = L"listing the tables" + (where.empty() ? WyString() : L" of " + where) +
+                             L" to read their primary keys";
+    listing.Start(state.Connection(context), context);
+    listing.ForEachTable(state.AllTables(catalog, schema, context), run);
+}
+
+void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, WyString& pkTable,
+                                      WyString& fkCatalog, WyString& fkSchema, WyString& fkTable) {
+    State& state = *m_state;
+    Listing& listing = state.foreignKeys;
+    const TableRef pk{pkCatalog, pkSchema, pkTable};
+    auto describe = [](const TableRef& referring, const TableRef& referred) {
+        const WyString from = NamePath({&referring.catalog, &referring.schema, &referring.table});
+        const WyString to = NamePath({&referred.catalog, &referred.schema, &referred.table});
+        WyString text = L"reading the foreign keys";
+        if (!from.empty()) {
+            text += L" of " + from;
+        }
+        if (!to.empty()) {
+            text += L" that refer to " + to;
+        }
+        return text;
+    };
+    auto run = [&listing, pk, describe](const TableRef& fk) {
+        listing.SetContext(describe(fk, pk));
+        WideArg pkCatalogArg = NullIfEmpty(pk.catalog);
+        WideArg pkSchemaArg = NullIfEmpty(pk.schema);
+        WideArg pkTableArg = NullIfEmpty(pk.table);
+        WideArg fkCatalogArg = NullIfEmpty(fk.catalog);
+        WideArg fkSchemaArg = NullIfEmpty(fk.schema);
+        WideArg fkTableArg = NullIfEmpty(fk.table);
+        listing.Opened(SQLForeignKeysW(listing.Statement(), pkCatalogArg.Data(), pkCatalogArg.Length(),
+                                       pkSchemaArg.Data(), pkSchemaArg.Length(), pkTableArg.Data(),
+                                       pkTableArg.Length(), fkCatalogArg.Data(), fkCatalogArg.Length(),
+                                       fkSchemaArg.Data(), fkSchemaArg.Length(), fkTableArg.Data(),
+                                       fkTableArg.Length()));
+    };
+    state.foreignPk = pk;
+    state.foreignFk = TableRef{fkCatalog, fkSchema, fkTable};
+    if (!pkTable.empty() || !fkTable.empty()) {
+        const WyString context = describe(state.foreignFk, pk);
+        listing.Start(state.Connection(context), context);
+        run(state.foreignFk);
+        return;
+    }
+    // The driver manager refuses SQLForeignKeys without any table name: ask for the foreign keys
+    // of each table of the foreign-key side in turn.
+    const WyString where = NamePath({&fkCatalog, &fkSchema});
+    const WyString context = L"listing the tables" + (where.empty() ? WyString() : L" of " + where) +
+                             L" to read their foreign keys";
+    listing.Start(state.Connection(context), context);
+    listing.ForEachTable(state.AllTables(fkCatalog, fkSchema, context), run);
+}
+
+bool OdbcImport::Get(MICatalog& record) {
+    State& state = *m_state;
+    Listing& listing = state.catalogs;
+    while (listing.Fetch()) {
+        Row row(listing.Statement(), listing.Context());
+        WyString catalog = row.Text(1); // catalog_ <- TABLE_CAT
+        // Rows that name a table come from a driver that ignored SQL_ALL_CATALOGS.
+        if (!row.Text(3).empty()) { // TABLE_NAME
+            continue;
+        }
+        WyString remarks = row.Text(5); // remarks_ <- REMARKS
+        if (!MatchesSearchPattern(state.catalogPattern, catalog) ||
+            !state.catalogsSeen.insert(catalog).second) {
+            continue;
+        }
+        record = MICatalog();
+        record.catalog_ = std::move(catalog);
+        record.remarks_ = std::move(remarks);
+        return true;
+    }
+    return false;
+}
+
+bool OdbcImport::Get(MISchema& record) {
+    State& state = *m_state;
+    Listing& listing = state.schemas;
+    while (listing.Fetch()) {
+        Row row(listing.Statement(), listing.Context());
+        WyString catalog = row.Text(1); // catalog_ <- TABLE_CAT
+        WyString schema = row.Text(2);  // schema_ <- TABLE_SCHEM
+        // Rows that name a table come from a driver that ignored SQL_ALL_SCHEMAS.
+        if (!row.Text(3).empty()) { // TABLE_NAME
+            continue;
+        }
+        WyString remarks = row.Text(5); // remarks_ <- REMARKS
+        if (!MatchesSearchPattern(state.schemaPattern, schema)) {
+            continue;
+        }
+        if (!state.schemaCatalog.empty() && !catalog.empty() && catalog != state.schemaCatalog) {
+            continue;
+        }
+        if (!state.schemasSeen.insert({catalog, schema}).second) {
+            continue;
+        }
+        record = MISchema();
+        record.catalog_ = std::move(catalog);
+        record.schema_ = std::move(schema);
+        record.remarks_ = std::move(remarks);
+        return true;
+    }
+    return false;
+}
+
+bool OdbcImport::Get(MITable& record) {
+    State& state = *m_state;
+    Listing& listing = state.tables;
+    while (listing.Fetch()) {
+        Row row(listing.Statement(), listing.Context());
+        MITable table;
+        table.catalog_ = row.Text(1);   // catalog_ <- TABLE_CAT
+        table.schema_ = row.Text(2);    // schema_ <- TABLE_SCHEM
+        table.table_ = row.Text(3);     // table_ <- TABLE_NAME
+        table.tableType_ = row.Text(4); // tableType_ <- TABLE_TYPE
+        table.remarks_ = row.Text(5);   // remarks_ <- REMARKS
+        const TableRef& wanted = state.tablePattern;
+        if (!TableTypeSelected(state.tableSelector, table.tableType_) ||
+            !PatternAllows(wanted.catalog, table.catalog_) || !PatternAllows(wanted.schema, table.schema_) ||
+            !MatchesSearchPattern(wanted.table, table.table_)) {
+            continue;
+        }
+        record = std::move(table);
+        return true;
+    }
+    return false;
+}
+
+bool OdbcImport::Get(MIColumn& record) {
+    State& state = *m_state;
+    Listing& listing = state.columns;
+    while (listing.Fetch()) {
+        Row row(listing.Statement(), listing.Context());
+        MIColumn column;
+        column.catalog_ = row.Text(1);    // catalog_ <- TABLE_CAT
+        column.schema_ = row.Text(2);     // schema_ <- TABLE_SCHEM
+        column.table_ = row.Text(3);      // table_ <- TABLE_NAME
+        column.columnName_ = row.Text(4); // columnName_ <- COLUMN_NAME
+        const int32_t dataType = row.Signed(5);
+        column.typeName_ = row.Text(6);                                 // typeName_ <- TYPE_NAME
+        column.dataType_ = MapOdbcDataType(dataType, column.typeName_); // dataType_ <- DATA_TYPE, TYPE_NAME
+        column.precision_ = row.Unsigned(7);                            // precision_ <- COLUMN_SIZE
+        column.length_ = row.Unsigned(8);                               // length_ <- BUFFER_LENGTH
+        column.scale_ = row.Small(9);                                   // scale_ <- DECIMAL_DIGITS
+        column.radix_ = row.Small(10);                                  // radix_ <- NUM_PREC_RADIX
+        column.nullable_ = row.Small(11);                               // nullable_ <- NULLABLE
+        column.remarks_ = row.Text(12);                                 // remarks_ <- REMARKS
+        const TableRef& wanted = state.columnTable;
+        if (!PatternAllows(wanted.catalog, column.catalog_) ||
+            !PatternAllows(wanted.schema, column.schema_) ||
+            !MatchesSearchPattern(wanted.table, column.table_) ||
+            !MatchesSearchPattern(state.columnPattern, column.columnName_)) {
+            continue;
+        }
+        record = std::move(column);
+        return true;
+    }
+    return false;
+}
+
+bool OdbcImport::Get(MIPrimaryKey& record) {
+    State& state = *m_state;
+    Listing& listing = state.primaryKeys;
+    while (listing.Fetch()) {
+        Row row(listing.Statement(), listing.Context());
+        MIPrimaryKey key;
+        key.catalog_ = row.Text(1);        // catalog_ <- TABLE_CAT
+        key.schema_ = row.Text(2);         // schema_ <- TABLE_SCHEM
+        key.table_ = row.Text(3);          // table_ <- TABLE_NAME
+        key.columnName_ = row.Text(4);     // columnName_ <- COLUMN_NAME
+        key.keySequence_ = row.Small(5);   // keySequence_ <- KEY_SEQ
+        key.primaryKeyName_ = row.Text(6); // primaryKeyName_ <- PK_NAME
+        const TableRef& wanted = state.keyTable;
+        // The names are exact: a driver that compares them ignoring case is held to them here.
+        if (!ExactAllows(wanted.catalog, key.catalog_) || !ExactAllows(wanted.schema, key.schema_) ||
+            !ExactAllows(wanted.table, key.table_)) {
+            continue;
+        }
+        record = std::move(key);
+        return true;
+    }
+    return false;
+}
+
+bool OdbcImport::Get(MIForeignKey& record) {
+    State& state = *m_state;
+    Listing& listing = state.foreignKeys;
+    while (listing.Fetch()) {
+        Row row(listing.Statement(), listing.Context());
+        MIForeignKey key;
+        key.pkCatalog_ = row.Text(1);       // pkCatalog_ <- PKTABLE_CAT
+        key.pkSchema_ = row.Text(2);        // pkSchema_ <- PKTABLE_SCHEM
+        key.pkTable_ = row.Text(3);         // pkTable_ <- PKTABLE_NAME
+        key.pkColumnName_ = row.Text(4);    // pkColumnName_ <- PKCOLUMN_NAME
+        key.fkCatalog_ = row.Text(5);       // fkCatalog_ <- FKTABLE_CAT
+        key.fkSchema_ = row.Text(6);        // fkSchema_ <- FKTABLE_SCHEM
+        key.fkTable_ = row.Text(7);         // fkTable_ <- FKTABLE_NAME
+        key.fkColumnName_ = row.Text(8);    // fkColumnName_ <- FKCOLUMN_NAME
+        key.keySequence_ = row.Small(9);    // keySequence_ <- KEY_SEQ
+        key.updateRule_ = row.Small(10);    // updateRule_ <- UPDATE_RULE
+        key.deleteRule_ = row.Small(11);    // deleteRule_ <- DELETE_RULE
+        key.foreignKeyName_ = row.Text(12); // foreignKeyName_ <- FK_NAME
+        key.primaryKeyName_ = row.Text(13); // primaryKeyName_ <- PK_NAME
+        const TableRef& pk = state.foreignPk;
+        const TableRef& fk = state.foreignFk;
+        if (!ExactAllows(pk.catalog, key.pkCatalog_) || !ExactAllows(pk.schema, key.pkSchema_) ||
+            !ExactAllows(pk.table, key.pkTable_) || !ExactAllows(fk.catalog, key.fkCatalog_) ||
+            !ExactAllows(fk.schema, key.fkSchema_) || !ExactAllows(fk.table, key.fkTable_)) {
+            continue;
+        }
+        record = std::move(key);
+        return true;
+    }
+    return false;
+}
+
+bool OdbcImport::GetFeatures(SUFeaturesTable&, TargetType& targetType) {
+    targetType = kTargetDefault;
+    return true;
+}

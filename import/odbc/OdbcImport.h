@@ -1,0 +1,63 @@
+// The import source over ODBC: reads catalogs, schemas, tables, columns and keys through the
+// ODBC 3 catalog functions of unixODBC (wide entry points) and hands them over as records.
+#pragma once
+
+#include "import/MIMetaDataImport.h"
+
+#include <memory>
+
+/// An import source over one ODBC connection. Each kind of listing (catalogs, schemas, tables,
+/// columns, primary keys, foreign keys) has a statement of its own, so listings of different kinds
+/// may be read side by side. Every ODBC failure is thrown as ErrorMessage: first what was being
+/// done, in the user's words, then one message "SQLSTATE [native] text" per diagnostic record.
+class OdbcImport : public MIMetaDataImportBase {
+public:
+    OdbcImport();
+    /// Closes the connection; never throws.
+    ~OdbcImport() override;
+    OdbcImport(const OdbcImport&) = delete;
+    OdbcImport& operator=(const OdbcImport&) = delete;
+
+    /// Connects, closing any earlier connection first. `source` containing "=" is a connection
+    /// string (a non-empty user and password are appended as UID and PWD); otherwise it names a
+    /// data source, reached with the user and password. The login times out after 15 seconds.
+    void OpenConnection(WyString& source, WyString& user, WyString& password, bool) override;
+    /// Ends the connection and drops every listing; never throws.
+    void CloseConnection() override;
+
+    /// Catalogs matching the pattern `catalog`, each once, in the driver's order.
+    void PrepareForCatalog(WyString& catalog) override;
+    /// Schemas matching the pattern `schema`, of catalog `catalog` where the driver names one.
+    void PrepareForSchema(WyString& catalog, WyString& schema) override;
+    /// Tables matching the patterns whose type the selector `tableType` selects.
+    void PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) override;
+    /// Columns matching the patterns, in the driver's order.
+    void PrepareForColumn(WyString& catalog, WyString& schema, WyString& table, WyString& column) override;
+    /// Primary-key columns of the named table; of every table of the catalog and schema when
+    /// `table` is empty.
+    void PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) override;
+    /// Foreign-key columns between the named tables (either may be empty); when both are empty,
+    /// the foreign keys of every table of the foreign-key catalog and schema.
+    void PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, WyString& pkTable, WyString& fkCatalog,
+                              WyString& fkSchema, WyString& fkTable) override;
+
+    bool Get(MICatalog& record) override;
+    bool Get(MISchema& record) override;
+    bool Get(MITable& record) override;
+    bool Get(MIColumn& record) override;
+    bool Get(MIPrimaryKey& record) override;
+    bool Get(MIForeignKey& record) override;
+    using MIMetaDataImportBase::Get;
+
+    /// Reports the target type 0 and no features.
+    bool GetFeatures(SUFeaturesTable& features, TargetType& targetType) override;
+    bool GetIsTavrinMetadata() override { return false; }
+    bool GetTavrinEAI() override { return false; }
+    /// ODBC sources have no view links: the listing is empty.
+    void PrepareForViewLink() override {}
+    bool Get(MIViewLink&) override { return false; }
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
