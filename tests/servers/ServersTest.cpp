@@ -1,0 +1,224 @@
+// udmlgen against live PostgreSQL and MariaDB servers (started by scripts/db-servers.sh): whole-source
+// output against golden texts, snapshots that replay a live source exactly, and connection failures.
+// UDML_UPDATE_GOLDEN=1 rewrites the golden texts from the current output.
+#include "tests/support/RunCommand.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+const std::string kSourceDir = UDML_SOURCE_DIR;
+
+// What `db-servers.sh env` prints: KEY='value' lines, values quoted for the shell.
+std::map<std::string, std::string> ServerSettings() {
+    static std::map<std::string, std::string> settings;
+    if (!settings.empty())
+        return settings;
+    const CommandResult run =
+        RunCommand("bash " + ShellQuote(kSourceDir + "/scripts/db-servers.sh") + " env");
+    if (run.exitStatus != 0)
+        throw std::runtime_error("db-servers.sh env failed: " + run.standardError);
+    std::istringstream lines(run.standardOutput);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const size_t equals = line.find('=');
+        if (equals == std::string::npos || line.size() < equals + 3 || line[equals + 1] != '\'' ||
+            line.back() != '\'')
+            throw std::runtime_error("db-servers.sh env printed an unexpected line: " + line);
+        std::string value = line.substr(equals + 2, line.size() - equals - 3);
+        for (size_t at = 0; (at = value.find("'\\''", at)) != std::string::npos; ++at)
+            value.replace(at, 4, "'");
+        settings[line.substr(0, equals)] = value;
+    }
+    return settings;
+}
+
+std::string Setting(const std::string& key) {
+    const auto settings = ServerSettings();
+    const auto found = settings.find(key);
+    if (found == settings.end())
+        throw std::runtime_error("db-servers.sh env does not print " + key);
+    return found->second;
+}
+
+struct Server {
+    std::string name;         // test name suffix
+    std::string prefix;       // of the settings keys: UDML_PG_, UDML_MARIADB_
+    std::string fixture;      // SQL file in tests/servers
+    std::string golden;       // expected text in tests/servers
+    std::string repositoryDb; // --database
+};
+
+// Names the case in test output instead of dumping its bytes.
+void PrintTo(const Server& server, std::ostream* out) {
+    *out << server.name;
+}
+
+const Server kPostgres{"PostgreSQL", "UDML_PG_", "postgres.sql", "postgres.expected", "Warehouse"};
+const Server kMariaDb{"MariaDB", "UDML_MARIADB_", "mariadb.sql", "mariadb.expected", "Shop"};
+
+std::string TestsDir() {
+    return kSourceDir + "/tests/servers/";
+}
+
+// Loads the server's catalog fixture once per process; the fixture rebuilds its objects itself.
+void LoadFixture(const Server& server) {
+    static std::set<std::string> loaded;
+    if (loaded.count(server.name))
+        return;
+    const std::string password = ShellQuote(Setting("UDML_DB_PASSWORD"));
+    const std::string user = ShellQuote(Setting("UDML_DB_USER"));
+    const std::string host = ShellQuote(Setting(server.prefix + "HOST"));
+    const std::string port = ShellQuote(Setting(server.prefix + "PORT"));
+    const std::string file = ShellQuote(TestsDir() + server.fixture);
+    std::string command;
+    if (server.prefix == kPostgres.prefix)
+        command = "PGPASSWORD=" + password + " psql -X -q -v ON_ERROR_STOP=1 -h " + host + " -p " + port +
+                  " -U " + user + " -d " + ShellQuote(Setting("UDML_PG_DATABASE")) + " -f " + file +
+                  " >/dev/null";
+    else
+        command = "MYSQL_PWD=" + password + " mariadb --no-defaults --protocol=TCP -h " + host + " -P " +
+                  port + " -u " + user + " <" + file;
+    const CommandResult run = RunCommand(command);
+    if (run.exitStatus != 0)
+        throw std::runtime_error("loading " + server.fixture +
+                                 " failed (are the servers running? "
+                                 "scripts/db-servers.sh start): " +
+                                 run.standardError);
+    loaded.insert(server.name);
+}
+
+// udmlgen with the test account's password in its environment and the given arguments.
+CommandResult Udmlgen(const std::string& password, const std::string& arguments) {
+    return RunCommand("UDMLGEN_PASSWORD=" + ShellQuote(password) + " " + ShellQuote(UdmlgenPath()) + " " +
+                      arguments);
+}
+
+std::string ConnectArguments(const std::string& connect) {
+    return "--connect " + ShellQuote(connect) + " --user " + ShellQuote(Setting("UDML_DB_USER"));
+}
+
+CommandResult LiveOutput(const Server& server) {
+    return Udmlgen(Setting("UDML_DB_PASSWORD"), ConnectArguments(Setting(server.prefix + "CONNECT")) +
+                                                    " --database " + ShellQuote(server.repositoryDb));
+}
+
+// A failed connection: status 1, nothing on standard output, one line on standard error that
+// carries an SQLSTATE with its native error, and never the password.
+void ExpectConnectionFailure(const CommandResult& run, const std::string& password) {
+    EXPECT_EQ(1, run.exitStatus);
+    EXPECT_EQ("", run.standardOutput);
+    ASSERT_FALSE(run.standardError.empty());
+    EXPECT_EQ(run.standardError.size() - 1, run.standardError.find('\n')) << run.standardError;
+    EXPECT_TRUE(std::regex_search(run.standardError, std::regex("(^|[^0-9A-Z])[0-9A-Z]{5} \\[-?[0-9]+\\]")))
+        << "no SQLSTATE in: " << run.standardError;
+    if (!password.empty()) {
+        EXPECT_EQ(std::string::npos, run.standardError.find(password)) << run.standardError;
+    }
+}
+
+class LiveServer : public ::testing::TestWithParam<Server> {};
+
+TEST_P(LiveServer, WholeSourceMatchesGolden) {
+    LoadFixture(GetParam());
+    const CommandResult run = LiveOutput(GetParam());
+    ASSERT_EQ(0, run.exitStatus) << run.standardError;
+    EXPECT_EQ("", run.standardError);
+    const std::string goldenPath = TestsDir() + GetParam().golden;
+    if (std::getenv("UDML_UPDATE_GOLDEN")) {
+        std::ofstream(goldenPath, std::ios::binary) << run.standardOutput;
+        GTEST_SKIP() << "rewrote " << goldenPath;
+    }
+    const std::string expected = ReadWholeFile(goldenPath);
+    EXPECT_TRUE(expected == run.standardOutput) << DiffTexts(expected, run.standardOutput);
+}
+
+// A capture must hold everything the generator reads, so replaying it gives the live text byte for
+// byte; and two captures of an unchanged source are the same file.
+TEST_P(LiveServer, SnapshotReplaysLiveSourceExactly) {
+    const Server& server = GetParam();
+    LoadFixture(server);
+    const CommandResult live = LiveOutput(server);
+    ASSERT_EQ(0, live.exitStatus) << live.standardError;
+
+    const std::string first = ScratchPath("servers-" + server.name + "-1.json");
+    const std::string second = ScratchPath("servers-" + server.name + "-2.json");
+    const std::string connect = ConnectArguments(Setting(server.prefix + "CONNECT"));
+    for (const std::string& file : {first, second}) {
+        const CommandResult capture =
+            Udmlgen(Setting("UDML_DB_PASSWORD"), "snapshot " + connect + " -o " + ShellQuote(file));
+        ASSERT_EQ(0, capture.exitStatus) << capture.standardError;
+        EXPECT_EQ("", capture.standardOutput);
+    }
+    EXPECT_TRUE(ReadWholeFile(first) == ReadWholeFile(second)) << "two captures of one source differ";
+
+    const CommandResult replay =
+        Udmlgen("", "--snapshot " + ShellQuote(first) + " --database " + ShellQuote(server.repositoryDb));
+    ASSERT_EQ(0, replay.exitStatus) << replay.standardError;
+    EXPECT_TRUE(live.standardOutput == replay.standardOutput)
+        << DiffTexts(live.standardOutput, replay.standardOutput);
+}
+
+TEST_P(LiveServer, WrongPasswordFailsWithOneLine) {
+    const std::string wrong = "not the pw;x";
+    const CommandResult run = Udmlgen(wrong, ConnectArguments(Setting(GetParam().prefix + "CONNECT")) +
+                                                 " --database " + ShellQuote(GetParam().repositoryDb));
+    ExpectConnectionFailure(run, wrong);
+}
+
+TEST_P(LiveServer, ServerDownFailsWithOneLine) {
+    // Port 1 on the loopback address: nothing listens there, so the connection is refused at once.
+    std::string connect = Setting(GetParam().prefix + "CONNECT");
+    const std::string port = "Port=" + Setting(GetParam().prefix + "PORT");
+    const size_t at = connect.find(port);
+    ASSERT_NE(std::string::npos, at) << connect;
+    connect.replace(at, port.size(), "Port=1");
+    const CommandResult run =
+        Udmlgen(Setting("UDML_DB_PASSWORD"),
+                ConnectArguments(connect) + " --database " + ShellQuote(GetParam().repositoryDb));
+    ExpectConnectionFailure(run, Setting("UDML_DB_PASSWORD"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, LiveServer, ::testing::Values(kPostgres, kMariaDb),
+                         [](const ::testing::TestParamInfo<Server>& server) { return server.param.name; });
+
+TEST(DataSourceName, UnknownNameFailsWithOneLine) {
+    const CommandResult run = Udmlgen("", "--connect udml_no_such_source --database X");
+    ExpectConnectionFailure(run, "");
+    EXPECT_NE(std::string::npos, run.standardError.find("IM002")) << run.standardError;
+}
+
+// The repository names unsigned 8- and 16-bit integers like signed ones, so the text cannot show
+// whether the driver's type names were read as unsigned; the capture records the types themselves.
+TEST(MariaDbTypes, UnsignedIntegersAreRecognisedFromTypeNames) {
+    LoadFixture(kMariaDb);
+    const std::string file = ScratchPath("servers-mariadb-types.json");
+    const CommandResult capture =
+        Udmlgen(Setting("UDML_DB_PASSWORD"),
+                "snapshot " + ConnectArguments(Setting("UDML_MARIADB_CONNECT")) + " -o " + ShellQuote(file));
+    ASSERT_EQ(0, capture.exitStatus) << capture.standardError;
+    std::map<std::string, std::string> types;
+    const nlohmann::json snapshot = nlohmann::json::parse(ReadWholeFile(file));
+    for (const auto& column : snapshot.at("columns"))
+        if (column.at("catalog") == "udml Lager {Größe}" && column.at("table") == "Artikel")
+            types[column.at("columnName").get<std::string>()] = column.at("dataType").get<std::string>();
+    const std::map<std::string, std::string> expected{
+        {"winzig", "WyInt1Data"},      {"winzig_u", "WyUInt1Data"}, {"kurz", "WyInt2Data"},
+        {"kurz_u", "WyUInt2Data"},     {"menge", "WyInt4Data"},     {"menge_u", "WyUInt4Data"},
+        {"id", "WyNumericData"},       {"gross", "WyNumericData"},  {"preis", "WyDecimalData"},
+        {"bit_flag", "WyBitData"},     {"roh", "WyVarBinaryData"},  {"fest", "WyBinaryData"},
+        {"gebucht", "WyTimeStampData"}};
+    for (const auto& [column, type] : expected)
+        EXPECT_EQ(type, types[column]) << column;
+}
+
+} // namespace
