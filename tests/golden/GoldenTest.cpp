@@ -1,5 +1,5 @@
 // Whole-source golden texts: each cases/<name>.json snapshot, run through udmlgen with the
-// options in cases/<name>.args, must give cases/<name>.expected byte for byte.
+// options in cases/<name>.args (where @CASES@ stands for the cases folder), must give cases/<name>.expected byte for byte.
 // UDML_UPDATE_GOLDEN=1 rewrites the expected texts from the current output.
 #include "support/RunCommand.h"
 
@@ -41,6 +41,9 @@ TEST_P(GoldenText, MatchesExpectedOutput) {
     std::string args;
     try {
         args = Trimmed(ReadWholeFile(base + ".args"));
+        // Files beside the case are named @CASES@/name in the options.
+        for (size_t at = args.find("@CASES@"); at != std::string::npos; at = args.find("@CASES@"))
+            args.replace(at, 7, kCases.substr(0, kCases.size() - 1));
     } catch (const std::runtime_error&) {
     }
     const CommandResult run = RunCommand(UdmlgenPath() + " --snapshot " + ShellQuote(base + ".json") + " " + args);
