@@ -1,0 +1,768 @@
+// Reading snapshot files. The JSON text is first parsed into a tree by a SAX builder that also
+// rejects repeated field names (which the library's own DOM parser would silently merge); the tree
+// is then walked field by field against the record layouts, failing on anything not expected.
+#include "import/snapshot/SnapshotImport.h"
+
+#include "platform/BaseStringUtil.h"
+#include "platform/SystemUtility.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <unordered_set>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char kFormatName[] = "udml-snapshot-1";
+
+// One step from a container to a value inside it: a field name, or an index when `key` is null.
+struct PathStep {
+    const std::string* key;
+    size_t index;
+};
+
+bool IsPlainFieldName(const std::string& key) {
+    if (key.empty())
+        return false;
+    for (char c : key)
+        if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '_'))
+            return false;
+    return true;
+}
+
+// Renders `tables[2].catalog`, or `pickLists["My list"][0]` for names that are not identifiers.
+std::string RenderPath(const std::vector<PathStep>& steps) {
+    std::string text;
+    for (const PathStep& step : steps) {
+        if (step.key == nullptr) {
+            text += "[" + std::to_string(step.index) + "]";
+        } else if (IsPlainFieldName(*step.key)) {
+            if (!text.empty())
+                text += ".";
+            text += *step.key;
+        } else {
+            text += "[" + Json(*step.key).dump(-1, ' ', false, Json::error_handler_t::replace) + "]";
+        }
+    }
+    return text.empty() ? "top level" : text;
+}
+
+[[noreturn]] void Fail(const std::string& fileName, const std::string& where, const std::string& what) {
+    const std::string message = "snapshot " + fileName + ": " + where + ": " + what;
+    throw ErrorMessage(BaseStringUtil::StringFrom(message.c_str(), SystemUtility::GetMultiByteCodePage()));
+}
+
+// "line 3, column 7" for the parser's count of bytes read: the column is that of the last byte
+// read (the one that showed the error), one past the end for an unexpected end of input.
+std::string DescribePosition(std::string_view text, size_t bytesRead) {
+    size_t line = 1, lineStart = 0;
+    for (size_t pos = 0; pos < std::min(bytesRead, text.size()); ++pos)
+        if (text[pos] == '\n') {
+            ++line;
+            lineStart = pos + 1;
+        }
+    return "line " + std::to_string(line) + ", column " + std::to_string(bytesRead - lineStart);
+}
+
+// The parser's explanation without its exception id and its own position, and with the text it
+// quotes as last read cut to its end: that text runs back to the previous string or number token
+// and may be long.
+std::string ParserExplanation(const std::string& what) {
+    constexpr size_t kQuotedTail = 40;
+    std::string text = what;
+    const size_t idEnd = text.find("] ");
+    if (text.rfind("[json.exception.", 0) == 0 && idEnd != std::string::npos)
+        text.erase(0, idEnd + 2);
+    if (text.rfind("parse error", 0) == 0) {
+        const size_t colon = text.find(": ");
+        if (colon != std::string::npos)
+            text.erase(0, colon + 2);
+    }
+    const std::string opening = "; last read: '";
+    const size_t quoteStart = text.find(opening);
+    if (quoteStart == std::string::npos)
+        return text;
+    const size_t begin = quoteStart + opening.size();
+    size_t end = text.rfind("'; expected ");
+    if (end == std::string::npos || end < begin)
+        end = text.size() - 1;
+    if (end <= begin || end - begin <= kQuotedTail)
+        return text;
+    size_t cut = end - kQuotedTail;
+    while (cut < end && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
+        ++cut;
+    return text.substr(0, begin) + "..." + text.substr(cut);
+}
+
+// Builds the tree like the library's DOM parser, but refuses a field name that its object already
+// holds and remembers where the first failure happened.
+class StrictTreeBuilder : public nlohmann::json_sax<Json> {
+public:
+    StrictTreeBuilder(Json& root, std::string_view text, const std::string& fileName)
+        : m_root(root), m_text(text), m_fileName(fileName) {}
+
+    const std::string& Failure() const { return m_failure; }
+
+    bool null() override { return Add(Json(nullptr)); }
+    bool boolean(bool value) override { return Add(Json(value)); }
+    bool number_integer(number_integer_t value) override { return Add(Json(value)); }
+    bool number_unsigned(number_unsigned_t value) override { return Add(Json(value)); }
+    bool number_float(number_float_t value, const string_t&) override { return Add(Json(value)); }
+    bool string(string_t& value) override { return Add(Json(std::move(value))); }
+    bool binary(binary_t& value) override { return Add(Json(std::move(value))); }
+
+    bool start_object(std::size_t) override { return Open(Json::object()); }
+    bool start_array(std::size_t) override { return Open(Json::array()); }
+    bool end_object() override { return Close(); }
+    bool end_array() override { return Close(); }
+
+    bool key(string_t& name) override {
+        Container& object = m_open.back();
+        if (IsDuplicate(object, name)) {
+            std::vector<PathStep> steps = PathOfOpenContainers();
+            steps.push_back({&name, 0});
+            m_failure = "snapshot " + m_fileName + ": " + RenderPath(steps) + ": duplicate field name";
+            return false;
+        }
+        object.pendingKey = std::move(name);
+        return true;
+    }
+
+    bool parse_error(std::size_t position, const std::string&,
+                     const nlohmann::detail::exception& error) override {
+        m_failure = "snapshot " + m_fileName + ": " + DescribePosition(m_text, position) +
+                    ": invalid JSON: " + ParserExplanation(error.what());
+        return false;
+    }
+
+private:
+    struct Container {
+        Json* value;
+        // How this container was reached from its parent: by this key (held by the parent), or
+        // by `index` when null.
+        const std::string* reachedBy;
+        size_t index;
+        std::string pendingKey;
+        // Built only for objects too large for a linear look-up to stay cheap.
+        std::unique_ptr<std::unordered_set<std::string>> keys;
+    };
+
+    static bool IsDuplicate(Container& object, const std::string& name) {
+        constexpr size_t kLinearLimit = 16;
+        if (!object.keys) {
+            if (object.value->size() < kLinearLimit)
+                return object.value->contains(name);
+            object.keys = std::make_unique<std::unordered_set<std::string>>();
+            for (const auto& item : object.value->items())
+                object.keys->insert(item.key());
+        }
+        return !object.keys->insert(name).second;
+    }
+
+    std::vector<PathStep> PathOfOpenContainers() const {
+        std::vector<PathStep> steps;
+        for (size_t level = 1; level < m_open.size(); ++level)
+            steps.push_back(PathStep{m_open[level].reachedBy, m_open[level].index});
+        return steps;
+    }
+
+    // Places `value` in the innermost open container (or as the root) and returns where it went.
+    // A container's elements stay in place while a child of it is open, so the pointers that
+    // m_open holds stay valid.
+    Json* Place(Json&& value, const std::string*& reachedBy, size_t& index) {
+        reachedBy = nullptr;
+        index = 0;
+        if (m_open.empty()) {
+            m_root = std::move(value);
+            return &m_root;
+        }
+        Container& parent = m_open.back();
+        if (parent.value->is_array()) {
+            index = parent.value->size();
+            parent.value->push_back(std::move(value));
+            return &parent.value->back();
+        }
+        // The key is known to be new, so append without the map's own linear look-up.
+        Json::object_t& object = parent.value->get_ref<Json::object_t&>();
+        object.emplace_back(std::move(parent.pendingKey), std::move(value));
+        reachedBy = &object.back().first;
+        return &object.back().second;
+    }
+
+    bool Add(Json&& value) {
+        const std::string* unusedKey;
+        size_t unusedIndex;
+        Place(std::move(value), unusedKey, unusedIndex);
+        return true;
+    }
+
+    bool Open(Json&& container) {
+        Container entry;
+        entry.value = Place(std::move(container), entry.reachedBy, entry.index);
+        m_open.push_back(std::move(entry));
+        return true;
+    }
+
+    bool Close() {
+        m_open.pop_back();
+        return true;
+    }
+
+    Json& m_root;
+    std::string_view m_text;
+    const std::string& m_fileName;
+    std::vector<Container> m_open;
+    std::string m_failure;
+};
+
+// A place in the tree during the walk: parent link plus the step from the parent.
+struct Path {
+    const Path* parent;
+    PathStep step;
+
+    Path Field(const std::string& key) const { return Path{this, {&key, 0}}; }
+    Path Element(size_t index) const { return Path{this, {nullptr, index}}; }
+
+    std::string Render() const {
+        std::vector<PathStep> steps;
+        for (const Path* node = this; node != nullptr && node->parent != nullptr; node = node->parent)
+            steps.insert(steps.begin(), node->step);
+        return RenderPath(steps);
+    }
+};
+
+const char* KindOf(const Json& value) {
+    switch (value.type()) {
+    case Json::value_t::null:
+        return "null";
+    case Json::value_t::object:
+        return "an object";
+    case Json::value_t::array:
+        return "an array";
+    case Json::value_t::string:
+        return "a string";
+    case Json::value_t::boolean:
+        return "a boolean";
+    case Json::value_t::number_float:
+        return "a fractional number";
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+        return "an integer";
+    default:
+        return "a value of another kind";
+    }
+}
+
+// Walks the parsed tree into the records, checking every field against its record's layout.
+class SnapshotWalker {
+public:
+    explicit SnapshotWalker(const std::string& fileName) : m_fileName(fileName) {}
+
+    SourceMetadata Walk(const Json& root) {
+        const Path top{nullptr, {nullptr, 0}};
+        RequireKind(root, top, root.is_object(), "an object");
+        const auto format = root.find("format");
+        if (format == root.end())
+            Fail(m_fileName, "format", std::string("missing; expected \"") + kFormatName + "\"");
+        if (!format->is_string() || format->get_ref<const std::string&>() != kFormatName)
+            Fail(m_fileName, "format",
+                 std::string("expected \"") + kFormatName + "\", found " +
+                     format->dump(-1, ' ', false, Json::error_handler_t::replace));
+
+        SourceMetadata metadata;
+        Fields(root, top, [&](const std::string& key, const Json& value, const Path& path) {
+            if (key == "format")
+                return true;
+            if (key == "source")
+                ReadSource(value, path, metadata);
+            else if (key == "catalogs")
+                ReadList(value, path, metadata.catalogs, &SnapshotWalker::ReadCatalog);
+            else if (key == "schemas")
+                ReadList(value, path, metadata.schemas, &SnapshotWalker::ReadSchema);
+            else if (key == "tables")
+                ReadList(value, path, metadata.tables, &SnapshotWalker::ReadTable);
+            else if (key == "columns")
+                ReadList(value, path, metadata.columns, &SnapshotWalker::ReadColumn);
+            else if (key == "primaryKeys")
+                ReadList(value, path, metadata.primaryKeys, &SnapshotWalker::ReadPrimaryKey);
+            else if (key == "foreignKeys")
+                ReadList(value, path, metadata.foreignKeys, &SnapshotWalker::ReadForeignKey);
+            else if (key == "pickLists")
+                ReadPickLists(value, path, metadata.pickLists);
+            else if (key == "viewLinks")
+                ReadList(value, path, metadata.viewLinks, &SnapshotWalker::ReadViewLink);
+            else
+                return false;
+            return true;
+        });
+        return metadata;
+    }
+
+private:
+    void RequireKind(const Json& value, const Path& path, bool ok, const char* expected) const {
+        if (!ok)
+            Fail(m_fileName, path.Render(), std::string("expected ") + expected + ", found " + KindOf(value));
+    }
+
+    // Calls `onField(key, value, path)` for each field in file order; it answers false for a name
+    // the record does not have.
+    template <class OnField> void Fields(const Json& object, const Path& path, OnField onField) const {
+        RequireKind(object, path, object.is_object(), "an object");
+        for (const auto& item : object.items()) {
+            const Path fieldPath = path.Field(item.key());
+            if (!onField(item.key(), item.value(), fieldPath))
+                Fail(m_fileName, fieldPath.Render(), "unknown field name");
+        }
+    }
+
+    template <class Record>
+    void ReadList(const Json& array, const Path& path, std::vector<Record>& out,
+                  Record (SnapshotWalker::*readOne)(const Json&, const Path&) const) const {
+        RequireKind(array, path, array.is_array(), "an array");
+        out.reserve(array.size());
+        for (size_t index = 0; index < array.size(); ++index)
+            out.push_back((this->*readOne)(array[index], path.Element(index)));
+    }
+
+    void Text(const Json& value, const Path& path, WyString& out) const {
+        RequireKind(value, path, value.is_string(), "a string");
+        const std::string& utf8 = value.get_ref<const std::string&>();
+        out.clear();
+        BaseStringUtil::AppendFromUtf8(utf8.data(), utf8.size(), out);
+    }
+
+    void Flag(const Json& value, const Path& path, bool& out) const {
+        RequireKind(value, path, value.is_boolean(), "true or false");
+        out = value.get<bool>();
+    }
+
+    template <class Int> void Integer(const Json& value, const Path& path, Int& out) const {
+        using Limits = std::numeric_limits<Int>;
+        auto range = [] { return std::to_string(Limits::min()) + " to " + std::to_string(Limits::max()); };
+        if (!value.is_number_integer())
+            RequireKind(value, path, false, ("an integer from " + range()).c_str());
+        const bool inRange = value.is_number_unsigned()
+                                 ? value.get<uint64_t>() <= static_cast<uint64_t>(Limits::max())
+                                 : value.get<int64_t>() >= static_cast<int64_t>(Limits::min()) &&
+                                       value.get<int64_t>() <= static_cast<int64_t>(Limits::max());
+        if (!inRange)
+            Fail(m_fileName, path.Render(), value.dump() + " is out of range (" + range() + ")");
+        out = value.get<Int>();
+    }
+
+    void DataType(const Json& value, const Path& path, WyDataType& out) const {
+        if (value.is_string()) {
+            WyString name;
+            Text(value, path, name);
+            if (!WyDataTypeFromName(name, out))
+                Fail(m_fileName, path.Render(), "unknown data type name " + value.dump());
+            return;
+        }
+        RequireKind(value, path, value.is_number_integer(), "a data type name or number");
+        int32_t number = 0;
+        Integer(value, path, number);
+        out = static_cast<WyDataType>(number);
+    }
+
+    void TextList(const Json& array, const Path& path, WyStringVector& out) const {
+        RequireKind(array, path, array.is_array(), "an array");
+        out.assign(array.size(), WyString());
+        for (size_t index = 0; index < array.size(); ++index)
+            Text(array[index], path.Element(index), out[index]);
+    }
+
+    void ReadSource(const Json& object, const Path& path, SourceMetadata& metadata) const {
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "callInterface")
+                Integer(value, fieldPath, metadata.callInterface);
+            else if (key == "targetType")
+                Integer(value, fieldPath, metadata.targetType);
+            else if (key == "packagedApplication")
+                Flag(value, fieldPath, metadata.packagedApplication);
+            else if (key == "eai")
+                Flag(value, fieldPath, metadata.eai);
+            else
+                return false;
+            return true;
+        });
+    }
+
+    MICatalog ReadCatalog(const Json& object, const Path& path) const {
+        MICatalog record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "catalog")
+                Text(value, fieldPath, record.catalog_);
+            else if (key == "remarks")
+                Text(value, fieldPath, record.remarks_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MISchema ReadSchema(const Json& object, const Path& path) const {
+        MISchema record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "catalog")
+                Text(value, fieldPath, record.catalog_);
+            else if (key == "schema")
+                Text(value, fieldPath, record.schema_);
+            else if (key == "remarks")
+                Text(value, fieldPath, record.remarks_);
+            else if (key == "wsInputMsg")
+                Text(value, fieldPath, record.wsInputMsg_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MITable ReadTable(const Json& object, const Path& path) const {
+        MITable record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "catalog")
+                Text(value, fieldPath, record.catalog_);
+            else if (key == "schema")
+                Text(value, fieldPath, record.schema_);
+            else if (key == "table")
+                Text(value, fieldPath, record.table_);
+            else if (key == "tableType")
+                Text(value, fieldPath, record.tableType_);
+            else if (key == "remarks")
+                Text(value, fieldPath, record.remarks_);
+            else if (key == "fullyQualifiedName")
+                Text(value, fieldPath, record.fullyQualifiedName_);
+            else if (key == "userName")
+                Text(value, fieldPath, record.userName_);
+            else if (key == "wsXSLT")
+                Text(value, fieldPath, record.wsXSLT_);
+            else if (key == "wsxsd")
+                Text(value, fieldPath, record.wsxsd_);
+            else if (key == "effFlexfieldCode")
+                Text(value, fieldPath, record.effFlexfieldCode_);
+            else if (key == "isProblematic")
+                Flag(value, fieldPath, record.isProblematic_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MIColumnPickListField ReadPickListField(const Json& object, const Path& path) const {
+        MIColumnPickListField record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "fieldName")
+                Text(value, fieldPath, record.fieldName);
+            else if (key == "pickFieldName")
+                Text(value, fieldPath, record.pickFieldName);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MIColumn ReadColumn(const Json& object, const Path& path) const {
+        MIColumn record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "catalog")
+                Text(value, fieldPath, record.catalog_);
+            else if (key == "schema")
+                Text(value, fieldPath, record.schema_);
+            else if (key == "table")
+                Text(value, fieldPath, record.table_);
+            else if (key == "columnName")
+                Text(value, fieldPath, record.columnName_);
+            else if (key == "dataType")
+                DataType(value, fieldPath, record.dataType_);
+            else if (key == "typeName")
+                Text(value, fieldPath, record.typeName_);
+            else if (key == "precision")
+                Integer(value, fieldPath, record.precision_);
+            else if (key == "length")
+                Integer(value, fieldPath, record.length_);
+            else if (key == "scale")
+                Integer(value, fieldPath, record.scale_);
+            else if (key == "radix")
+                Integer(value, fieldPath, record.radix_);
+            else if (key == "nullable")
+                Integer(value, fieldPath, record.nullable_);
+            else if (key == "remarks")
+                Text(value, fieldPath, record.remarks_);
+            else if (key == "fullyQualifiedName")
+                Text(value, fieldPath, record.fullyQualifiedName_);
+            else if (key == "userName")
+                Text(value, fieldPath, record.userName_);
+            else if (key == "isHidden")
+                Flag(value, fieldPath, record.isHidden_);
+            else if (key == "effContextName")
+                Text(value, fieldPath, record.effContextName_);
+            else if (key == "effColumnProperties")
+                Text(value, fieldPath, record.effColumnProperties_);
+            else if (key == "MVLINK_NAME")
+                Text(value, fieldPath, record.MVLINK_NAME);
+            else if (key == "DEST_FLD_NAME")
+                Text(value, fieldPath, record.DEST_FLD_NAME);
+            else if (key == "picklistName")
+                Text(value, fieldPath, record.picklistName);
+            else if (key == "multiValued")
+                Integer(value, fieldPath, record.multiValued);
+            else if (key == "field_Id")
+                Text(value, fieldPath, record.field_Id);
+            else if (key == "pickListFieldName")
+                ReadList(value, fieldPath, record.pickListFieldName, &SnapshotWalker::ReadPickListField);
+            else if (key == "inputParam")
+                Flag(value, fieldPath, record.inputParam_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MIPrimaryKey ReadPrimaryKey(const Json& object, const Path& path) const {
+        MIPrimaryKey record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "catalog")
+                Text(value, fieldPath, record.catalog_);
+            else if (key == "schema")
+                Text(value, fieldPath, record.schema_);
+            else if (key == "table")
+                Text(value, fieldPath, record.table_);
+            else if (key == "columnName")
+                Text(value, fieldPath, record.columnName_);
+            else if (key == "keySequence")
+                Integer(value, fieldPath, record.keySequence_);
+            else if (key == "primaryKeyName")
+                Text(value, fieldPath, record.primaryKeyName_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MIForeignKey ReadForeignKey(const Json& object, const Path& path) const {
+        MIForeignKey record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "pkCatalog")
+                Text(value, fieldPath, record.pkCatalog_);
+            else if (key == "pkSchema")
+                Text(value, fieldPath, record.pkSchema_);
+            else if (key == "pkTable")
+                Text(value, fieldPath, record.pkTable_);
+            else if (key == "pkColumnName")
+                Text(value, fieldPath, record.pkColumnName_);
+            else if (key == "fkCatalog")
+                Text(value, fieldPath, record.fkCatalog_);
+            else if (key == "fkSchema")
+                Text(value, fieldPath, record.fkSchema_);
+            else if (key == "fkTable")
+                Text(value, fieldPath, record.fkTable_);
+            else if (key == "fkColumnName")
+                Text(value, fieldPath, record.fkColumnName_);
+            else if (key == "keySequence")
+                Integer(value, fieldPath, record.keySequence_);
+            else if (key == "updateRule")
+                Integer(value, fieldPath, record.updateRule_);
+            else if (key == "deleteRule")
+                Integer(value, fieldPath, record.deleteRule_);
+            else if (key == "foreignKeyName")
+                Text(value, fieldPath, record.foreignKeyName_);
+            else if (key == "primaryKeyName")
+                Text(value, fieldPath, record.primaryKeyName_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    MIViewLink ReadViewLink(const Json& object, const Path& path) const {
+        MIViewLink record;
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            if (key == "name")
+                Text(value, fieldPath, record.name_);
+            else if (key == "source")
+                Text(value, fieldPath, record.source_);
+            else if (key == "destination")
+                Text(value, fieldPath, record.destination_);
+            else if (key == "cardinality")
+                Integer(value, fieldPath, record.cardinality_);
+            else if (key == "sourceColumns")
+                TextList(value, fieldPath, record.sourceColumns_);
+            else if (key == "destinationColumns")
+                TextList(value, fieldPath, record.destinationColumns_);
+            else
+                return false;
+            return true;
+        });
+        return record;
+    }
+
+    void ReadPickLists(const Json& object, const Path& path,
+                       std::map<WyString, MIColumnPickListFieldVector>& out) const {
+        RequireKind(object, path, object.is_object(), "an object");
+        for (const auto& item : object.items()) {
+            const Path listPath = path.Field(item.key());
+            WyString name;
+            BaseStringUtil::AppendFromUtf8(item.key().data(), item.key().size(), name);
+            ReadList(item.value(), listPath, out[name], &SnapshotWalker::ReadPickListField);
+        }
+    }
+
+    const std::string& m_fileName;
+};
+
+} // namespace
+
+SourceMetadata ParseSnapshot(const std::string& text, const std::string& fileName) {
+    // The byte order mark is dropped here rather than by the parser so that columns on the first
+    // line count from the first real character.
+    constexpr std::string_view kBom = "\xEF\xBB\xBF";
+    const std::string_view body =
+        std::string_view(text).substr(text.compare(0, kBom.size(), kBom) == 0 ? kBom.size() : 0);
+
+    Json root;
+    StrictTreeBuilder builder(root, body, fileName);
+    if (!Json::sax_parse(body.begin(), body.end(), &builder, Json::input_format_t::json, true, false))
+        throw ErrorMessage(
+            BaseStringUtil::StringFrom(builder.Failure().c_str(), SystemUtility::GetMultiByteCodePage()));
+    return SnapshotWalker(fileName).Walk(root);
+}
+
+std::unique_ptr<MemoryImport> ReadSnapshotFile(const std::string& path) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    auto fail = [&path](const char* doing) {
+        const std::string message =
+            std::string("cannot ") + doing + " snapshot file " + path + ": " + std::strerror(errno);
+        throw ErrorMessage(
+            BaseStringUtil::StringFrom(message.c_str(), SystemUtility::GetMultiByteCodePage()));
+    };
+    if (file == nullptr)
+        fail("open");
+    std::string text;
+    char buffer[65536];
+    size_t count;
+    while ((count = std::fread(buffer, 1, sizeof buffer, file)) > 0)
+        text.append(buffer, count);
+    const bool readFailed = std::ferror(file) != 0;
+    const int readErrno = errno;
+    std::fclose(file);
+    if (readFailed) {
+        errno = readErrno;
+        fail("read");
+    }
+    return std::make_unique<MemoryImport>(std::make_shared<const SourceMetadata>(ParseSnapshot(text, path)));
+}
+
+SnapshotImport::SnapshotImport() = default;
+SnapshotImport::~SnapshotImport() = default;
+
+int32_t SnapshotImport::CallInterface() const {
+    return m_import ? m_import->Metadata().callInterface : ServerInfo::kCLI_ODBC350;
+}
+
+MemoryImport& SnapshotImport::Open() {
+    if (!m_import)
+        throw ErrorMessage(L"the snapshot source is not open: OpenConnection names the snapshot file");
+    return *m_import;
+}
+
+void SnapshotImport::OpenConnection(WyString& source, WyString&, WyString&, bool) {
+    m_import =
+        ReadSnapshotFile(BaseStringUtil::StringToStdString(source, SystemUtility::GetMultiByteCodePage()));
+}
+
+void SnapshotImport::CloseConnection() {
+    m_import.reset();
+}
+
+void SnapshotImport::PrepareForCatalog(WyString& catalog) {
+    Open().PrepareForCatalog(catalog);
+}
+
+void SnapshotImport::PrepareForSchema(WyString& catalog, WyString& schema) {
+    Open().PrepareForSchema(catalog, schema);
+}
+
+void SnapshotImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
+    Open().PrepareForTable(catalog, schema, table, tableType);
+}
+
+void SnapshotImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString& table,
+                                      WyString& column) {
+    Open().PrepareForColumn(catalog, schema, table, column);
+}
+
+void SnapshotImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
+    Open().PrepareForPrimaryKey(catalog, schema, table);
+}
+
+void SnapshotImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, WyString& pkTable,
+                                          WyString& fkCatalog, WyString& fkSchema, WyString& fkTable) {
+    Open().PrepareForForeignKey(pkCatalog, pkSchema, pkTable, fkCatalog, fkSchema, fkTable);
+}
+
+void SnapshotImport::PrepareForViewLink() {
+    Open().PrepareForViewLink();
+}
+
+bool SnapshotImport::Get(MICatalog& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::Get(MISchema& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::Get(MITable& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::Get(MIColumn& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::Get(MIPrimaryKey& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::Get(MIForeignKey& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::Get(MIViewLink& record) {
+    return m_import && m_import->Get(record);
+}
+
+bool SnapshotImport::GetFeatures(SUFeaturesTable& features, TargetType& targetType) {
+    if (!m_import) {
+        targetType = kTargetDefault;
+        return true;
+    }
+    return m_import->GetFeatures(features, targetType);
+}
+
+bool SnapshotImport::GetIsTavrinMetadata() {
+    return m_import && m_import->GetIsTavrinMetadata();
+}
+
+bool SnapshotImport::GetTavrinEAI() {
+    return m_import && m_import->GetTavrinEAI();
+}
+
+void SnapshotImport::GetPickList(MIColumn& column) {
+    if (m_import)
+        m_import->GetPickList(column);
+}
