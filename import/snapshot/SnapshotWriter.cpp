@@ -180,12 +180,31 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
 
     WyString all;
     Json catalogs = Json::array();
+    std::vector<WyString> catalogNames;
     source.PrepareForCatalog(all);
-    Drain<MICatalog>(source, [&](const MICatalog& record) { catalogs.push_back(CatalogJson(record)); });
+    Drain<MICatalog>(source, [&](const MICatalog& record) {
+        catalogs.push_back(CatalogJson(record));
+        catalogNames.push_back(record.catalog_);
+    });
 
+    // Schemas are listed catalog by catalog, as a walk asks for them. NOTE: psqlODBC lists schemas
+    // with an empty catalog although its tables carry one (observed against PostgreSQL 15); the
+    // live source lets such a schema through for any catalog, while a snapshot selects schemas by
+    // their catalog, so the capture records the catalog that was asked for.
     Json schemas = Json::array();
-    source.PrepareForSchema(all, all);
-    Drain<MISchema>(source, [&](const MISchema& record) { schemas.push_back(SchemaJson(record)); });
+    std::set<std::pair<WyString, WyString>> capturedSchemas;
+    if (catalogNames.empty())
+        catalogNames.push_back(all);
+    for (WyString& catalog : catalogNames) {
+        source.PrepareForSchema(catalog, all);
+        Drain<MISchema>(source, [&](const MISchema& record) {
+            MISchema schema = record;
+            if (schema.catalog_.empty())
+                schema.catalog_ = catalog;
+            if (capturedSchemas.emplace(schema.catalog_, schema.schema_).second)
+                schemas.push_back(SchemaJson(schema));
+        });
+    }
 
     std::vector<MITable> tables;
     source.PrepareForTable(all, all, all, 0);
