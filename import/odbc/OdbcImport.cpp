@@ -5,6 +5,7 @@
 
 #include "import/SearchPattern.h"
 #include "import/odbc/OdbcRules.h"
+#include "import/odbc/SchemaRows.h"
 #include "import/odbc/Utf16.h"
 
 #include <sql.h>
@@ -13,10 +14,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <limits>
+#include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -180,9 +184,17 @@ WideArg NullIfEmpty(const WyString& text) {
 // NOTE: unixODBC passes the arguments of wide calls to a driver without wide entry points (the
 //       Debian build of SQLite3 ODBC is one) in the character set of the process locale; under
 //       the C locale the characters beyond ASCII are lost, and a table pattern ending in a euro
-//       sign finds nothing (observed with unixODBC 2.3.11). A search pattern therefore reaches
-//       the driver with "_" for each such character, and the listing applies the whole pattern.
-WideArg PatternArgument(const WyString& pattern) {
+//       sign finds nothing (observed with unixODBC 2.3.11). Under such a locale a search pattern
+//       reaches the driver with "_" for each such character, and the listing applies the whole
+//       pattern. Under a UTF-8 locale (udmlgen sets one) the names pass whole: drivers with wide
+//       entry points, such as MariaDB's, need a literal catalog name as it is.
+bool LocaleLosesNonAscii() {
+    return MB_CUR_MAX == 1;
+}
+
+WyString DriverPattern(const WyString& pattern) {
+    if (!LocaleLosesNonAscii())
+        return pattern;
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
@@ -194,7 +206,34 @@ WideArg PatternArgument(const WyString& pattern) {
         }
         driverPattern += c < 0x80 ? c : L'_';
     }
-    return NullIfEmpty(driverPattern);
+    return driverPattern;
+}
+WideArg PatternArgument(const WyString& pattern) {
+    return NullIfEmpty(DriverPattern(pattern));
+}
+
+// The search pattern that matches exactly `name`.
+WyString EscapedName(const WyString& name) {
+    WyString pattern;
+    for (wchar_t c : name) {
+        if (c == L'%' || c == L'_' || c == L'\\') {
+            pattern += L'\\';
+        }
+        pattern += c;
+    }
+    return pattern;
+}
+
+// A PostgreSQL string literal that reads as `text` whatever standard_conforming_strings says.
+WyString PgLiteral(const WyString& text) {
+    WyString literal = L"E'";
+    for (wchar_t c : text) {
+        if (c == L'\\' || c == L'\'') {
+            literal += L'\\';
+        }
+        literal += c;
+    }
+    return literal + L"'";
 }
 
 // An argument that the catalog function takes literally (the catalog of SQLColumns) while the
@@ -209,8 +248,8 @@ WideArg LiteralArgument(const WyString& pattern) {
         } else if (c == L'%') {
             return WideArg();
         }
-        if (c >= 0x80) {
-            return WideArg(); // see PatternArgument
+        if (c >= 0x80 && LocaleLosesNonAscii()) {
+            return WideArg(); // see DriverPattern
         }
         literal += c;
     }
@@ -424,6 +463,269 @@ WyString TableTypeList(uint8 selector) {
     return list;
 }
 
+// Which catalog queries of its own the source may use in place of the driver's per-table calls.
+enum class Dialect {
+    Plain,       // per-table catalog functions only
+    WholeSchema, // SQLColumns once per schema; keys per table
+    Postgres,    // psqlODBC: pg_catalog queries for columns and keys
+};
+
+// The column values that depend on the column's type rather than on its name, shared by the many
+// columns of one type.
+struct ColumnShape {
+    WyString catalog;
+    int32_t dataType = 0;
+    WyString typeName;
+    uint32 precision = 0;
+    uint32 length = 0;
+    uint16 scale = 0;
+    uint16 radix = 0;
+    uint16 nullable = 0;
+
+    bool operator<(const ColumnShape& other) const {
+        return std::tie(catalog, dataType, typeName, precision, length, scale, radix, nullable) <
+               std::tie(other.catalog, other.dataType, other.typeName, other.precision, other.length,
+                        other.scale, other.radix, other.nullable);
+    }
+};
+
+struct CachedColumn {
+    WyString name;
+    WyString remarks;
+    uint32_t shape = 0;
+};
+
+// One kind's whole-schema rows, with the bookkeeping that decides when to read them; a schema
+// whose read failed is served by the per-table calls from then on. A schema is read on the request
+// for a second table of it, so that a request for one table costs no read of the whole schema.
+template <typename Row> struct BulkCache {
+    SchemaRows<Row> rows;
+    TableRef pending; // catalog and schema of the last request not served from memory
+    bool hasPending = false;
+    TableRef failed;
+    bool hasFailed = false;
+
+    void Clear() {
+        rows = SchemaRows<Row>();
+        hasPending = false;
+        hasFailed = false;
+    }
+
+    // True when the rows of (catalog, schema) are in memory, reading them with `load` when due.
+    template <typename Load>
+    bool Use(const WyString& catalog, const WyString& schema, const WyString& table, size_t& reads,
+             Load load) {
+        if (rows.Holds(catalog, schema)) {
+            return true;
+        }
+        if (rows.IsLoaded()) {
+            rows = SchemaRows<Row>(); // another schema: its rows are no longer wanted
+        }
+        if (hasFailed && failed.catalog == catalog && failed.schema == schema) {
+            return false;
+        }
+        if (!hasPending || pending.catalog != catalog || pending.schema != schema || pending.table == table) {
+            pending = TableRef{catalog, schema, table};
+            hasPending = true;
+            return false;
+        }
+        try {
+            rows.Reset(catalog, schema);
+            load(rows);
+            rows.Loaded();
+            ++reads;
+            return true;
+        } catch (const ErrorMessage&) {
+            // The per-table calls still answer, and report whatever is really wrong.
+            rows = SchemaRows<Row>();
+            failed = TableRef{catalog, schema, WyString()};
+            hasFailed = true;
+            return false;
+        }
+    }
+};
+
+// Records answered from memory, handed out by Get in turn.
+template <typename Record> struct Served {
+    std::vector<Record> records;
+    size_t next = 0;
+    bool active = false;
+
+    void Stop() {
+        records.clear();
+        next = 0;
+        active = false;
+    }
+    void Start() {
+        Stop();
+        active = true;
+    }
+    bool Get(Record& record) {
+        if (next >= records.size()) {
+            return false;
+        }
+        record = std::move(records[next++]);
+        return true;
+    }
+};
+
+// Runs `sql` and calls `take(row)` for every row of its result.
+template <typename Take>
+void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, Take take) {
+    Handle statement;
+    statement.Allocate(SQL_HANDLE_STMT, connection, SQL_HANDLE_DBC, context);
+    WideArg text(sql);
+    SQLRETURN rc = SQLExecDirectW(statement.Get(), text.Data(), SQL_NTS);
+    if (rc == SQL_NO_DATA) {
+        return;
+    }
+    Check(rc, context, SQL_HANDLE_STMT, statement.Get());
+    SQLSMALLINT resultColumns = 0;
+    Check(SQLNumResultCols(statement.Get(), &resultColumns), context, SQL_HANDLE_STMT, statement.Get());
+    if (resultColumns == 0) {
+        return; // a command, not a query
+    }
+    while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
+        Row row(statement.Get(), context);
+        take(row);
+    }
+    if (rc != SQL_NO_DATA) {
+        throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
+    }
+}
+
+// As RunQuery, but through a server-side cursor read a page at a time: psqlODBC holds a whole
+// result in memory, and a schema's columns may be many.
+template <typename Take>
+void RunPagedPgQuery(SQLHDBC connection, const WyString& sql, const WyString& context, Take take) {
+    const size_t page = 5000;
+    const WyString cursor = L"udmlgen_schema_rows";
+    auto ignore = [](Row&) {};
+    // A cursor's query is planned for its first rows (nested loops over the whole catalog, seconds);
+    // a materialized common table expression is planned for all of them.
+    RunQuery(connection,
+             L"declare " + cursor + L" no scroll cursor with hold for with udmlgen_rows as materialized (" +
+                 sql + L") select * from udmlgen_rows",
+             context, ignore);
+    try {
+        for (;;) {
+            size_t count = 0;
+            RunQuery(connection, L"fetch forward " + std::to_wstring(page) + L" from " + cursor, context,
+                     [&](Row& row) {
+                         ++count;
+                         take(row);
+                     });
+            if (count < page) {
+                break;
+            }
+        }
+    } catch (...) {
+        try {
+            RunQuery(connection, L"close " + cursor, context, ignore);
+        } catch (const ErrorMessage&) {
+            // The first failure is the one worth reporting.
+        }
+        throw;
+    }
+    RunQuery(connection, L"close " + cursor, context, ignore);
+}
+
+// Reads one SQLColumns row (of `statement`) into its parts.
+void ReadColumnRow(Row& row, TableRef& table, CachedColumn& column, ColumnShape& shape) {
+    shape.catalog = row.Text(1);
+    table.catalog = shape.catalog;
+    table.schema = row.Text(2);
+    table.table = row.Text(3);
+    column.name = row.Text(4);
+    shape.dataType = row.Signed(5);
+    shape.typeName = row.Text(6);
+    shape.precision = row.Unsigned(7);
+    shape.length = row.Unsigned(8);
+    shape.scale = row.Small(9);
+    shape.radix = row.Small(10);
+    shape.nullable = row.Small(11);
+    column.remarks = row.Text(12);
+}
+
+MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const ColumnShape& shape) {
+    MIColumn column;
+    column.catalog_ = shape.catalog;
+    column.schema_ = table.schema;
+    column.table_ = table.table;
+    column.columnName_ = cached.name;
+    column.dataType_ = MapOdbcDataType(shape.dataType, shape.typeName);
+    column.typeName_ = shape.typeName;
+    column.precision_ = shape.precision;
+    column.length_ = shape.length;
+    column.scale_ = shape.scale;
+    column.radix_ = shape.radix;
+    column.nullable_ = shape.nullable;
+    column.remarks_ = cached.remarks;
+    return column;
+}
+
+// What psqlODBC's SQLColumns computes from a column's type depends on these attributes of the
+// column alone (besides the connection's settings), as its own catalog query reads them; the
+// default matters only as far as it makes the column auto-incrementing.
+const wchar_t* const kPgColumnQuery =
+    L"select n.nspname, c.relname, a.attname, concat_ws(chr(1), a.atttypid, t.typname, a.attlen, "
+    L"a.atttypmod, a.attnotnull, c.relhasrules, c.relkind, case t.typtype when 'd' then t.typbasetype "
+    L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, coalesce(pg_catalog.pg_get_expr(d.adbin, "
+    L"d.adrelid) like 'nextval(%', false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace "
+    L"n on n.oid = c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
+    L"a.attisdropped) and a.attnum > 0 and a.attrelid = c.oid and c.relkind in ('r', 'v', 'm', 'f', 'p')) "
+    L"inner join pg_catalog.pg_type t on t.oid = "
+    L"a.atttypid) left outer join pg_catalog.pg_attrdef d on a.atthasdef and d.adrelid = a.attrelid and "
+    L"d.adnum = a.attnum order by n.nspname, c.relname, a.attnum";
+
+// psqlODBC's SQLColumns lists the columns of every relation whose name matches, indexes,
+// sequences and composite types too. Their columns are not kept; a request whose pattern matches
+// one of their names is left to the driver.
+const wchar_t* const kPgOtherRelationQuery =
+    L"select c.relname from pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
+    L"c.relnamespace and n.nspname like $SCHEMA where c.relkind not in ('r', 'v', 'm', 'f', 'p')";
+
+// psqlODBC's SQLPrimaryKeys for every table of one schema (its first query, without the table).
+const wchar_t* const kPgPrimaryKeyQuery =
+    L"select pg_catalog.current_database(), n.nspname, tc.relname, ta.attname, ia.attnum, ic.relname from "
+    L"pg_catalog.pg_attribute ta, pg_catalog.pg_attribute ia, pg_catalog.pg_class tc, pg_catalog.pg_index i, "
+    L"pg_catalog.pg_namespace n, pg_catalog.pg_class ic where n.nspname = $SCHEMA AND tc.oid = i.indrelid "
+    L"AND n.oid = tc.relnamespace AND i.indisprimary = 't' AND ia.attrelid = i.indexrelid AND ta.attrelid "
+    L"= i.indrelid AND ta.attnum = i.indkey[ia.attnum-1] AND (NOT ta.attisdropped) AND (NOT "
+    L"ia.attisdropped) AND ic.oid = i.indexrelid order by tc.relname, ia.attnum";
+
+// For a table without a primary key psqlODBC looks for an index named "<table>_pkey": such
+// tables are left to the driver.
+const wchar_t* const kPgPkeyIndexQuery =
+    L"select c.relname from pg_catalog.pg_class c, pg_catalog.pg_namespace n where n.oid = "
+    L"c.relnamespace and n.nspname = $SCHEMA and right(c.relname, 5) = '_pkey'";
+
+// psqlODBC's SQLForeignKeys for every table of one schema on the foreign-key side.
+const wchar_t* const kPgForeignKeyQuery =
+    L"select pg_catalog.current_database(), n2.nspname, c2.relname, a2.attname, "
+    L"pg_catalog.current_database(), n1.nspname, c1.relname, a1.attname, i::int2, case ref.confupdtype "
+    L"when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' then 1::int2 else 3::int2 "
+    L"end, case ref.confdeltype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' "
+    L"then 1::int2 else 3::int2 end, ref.conname, cn.conname from ((((((( (select cn.oid, conrelid, conkey, "
+    L"confrelid, confkey, generate_series(array_lower(conkey, 1), array_upper(conkey, 1)) as i, "
+    L"confupdtype, confdeltype, conname from pg_catalog.pg_constraint cn, pg_catalog.pg_class c, "
+    L"pg_catalog.pg_namespace n where contype = 'f' and conrelid = c.oid and n.oid = c.relnamespace and "
+    L"n.nspname = $SCHEMA) ref inner join pg_catalog.pg_class c1 on c1.oid = ref.conrelid) inner join "
+    L"pg_catalog.pg_namespace n1 on n1.oid = c1.relnamespace) inner join pg_catalog.pg_attribute a1 on "
+    L"a1.attrelid = c1.oid and a1.attnum = conkey[i]) inner join pg_catalog.pg_class c2 on c2.oid = "
+    L"ref.confrelid) inner join pg_catalog.pg_namespace n2 on n2.oid = c2.relnamespace) inner join "
+    L"pg_catalog.pg_attribute a2 on a2.attrelid = c2.oid and a2.attnum = confkey[i]) left outer join "
+    L"pg_catalog.pg_constraint cn on cn.conrelid = ref.confrelid and cn.contype = 'p') order by "
+    L"c1.relname, ref.oid, ref.i";
+
+WyString WithSchema(const wchar_t* query, const WyString& schemaLiteral) {
+    WyString sql = query;
+    const WyString marker = L"$SCHEMA";
+    const size_t at = sql.find(marker);
+    sql.replace(at, marker.size(), schemaLiteral);
+    return sql;
+}
+
 } // namespace
 
 struct OdbcImport::State {
@@ -452,6 +754,21 @@ struct OdbcImport::State {
     TableRef foreignPk;
     TableRef foreignFk;
 
+    // Whole-schema reads, and what they answer.
+    Dialect dialect = Dialect::Plain;
+    bool perTableOnly = false;
+    size_t bulkReads = 0;
+    BulkCache<CachedColumn> columnCache;
+    std::vector<ColumnShape> shapes;
+    std::map<ColumnShape, uint32_t> shapeIndex;
+    std::map<WyString, char> relationsNotRead; // of the schema in columnCache
+    BulkCache<MIPrimaryKey> primaryKeyCache;
+    std::set<WyString> pkeyIndexNames; // of the schema in primaryKeyCache
+    BulkCache<MIForeignKey> foreignKeyCache;
+    Served<MIColumn> servedColumns;
+    Served<MIPrimaryKey> servedPrimaryKeys;
+    Served<MIForeignKey> servedForeignKeys;
+
     ~State() { Close(); }
 
     void Close() noexcept {
@@ -462,6 +779,17 @@ struct OdbcImport::State {
             SQLDisconnect(connection.Get());
             connected = false;
         }
+        columnCache.Clear();
+        shapes.clear();
+        shapeIndex.clear();
+        relationsNotRead.clear();
+        primaryKeyCache.Clear();
+        pkeyIndexNames.clear();
+        foreignKeyCache.Clear();
+        servedColumns.Stop();
+        servedPrimaryKeys.Stop();
+        servedForeignKeys.Stop();
+        dialect = Dialect::Plain;
         connection.Reset();
         environment.Reset();
     }
@@ -474,6 +802,253 @@ struct OdbcImport::State {
             throw error;
         }
         return connection.Get();
+    }
+
+    uint32_t ShapeOf(const ColumnShape& shape) {
+        const auto found = shapeIndex.emplace(shape, static_cast<uint32_t>(shapes.size()));
+        if (found.second) {
+            shapes.push_back(shape);
+        }
+        return found.first->second;
+    }
+
+    // Every column of every table of the catalog and schema (patterns) through one SQLColumns.
+    void LoadColumnsWhole(SchemaRows<CachedColumn>& rows, const WyString& catalog, const WyString& schema) {
+        const WyString where = NamePath({&catalog, &schema});
+        const WyString context =
+            L"reading the columns of every table" + (where.empty() ? WyString() : L" of " + where);
+        Handle statement;
+        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
+        WideArg catalogArg = LiteralArgument(catalog);
+        WideArg schemaArg = PatternArgument(schema);
+        WideArg all(L"%");
+        SQLRETURN rc = SQLColumnsW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
+                                   schemaArg.Length(), all.Data(), all.Length(), all.Data(), all.Length());
+        if (rc == SQL_NO_DATA) {
+            return;
+        }
+        Check(rc, context, SQL_HANDLE_STMT, statement.Get());
+        while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
+            Row row(statement.Get(), context);
+            TableRef table;
+            CachedColumn column;
+            ColumnShape shape;
+            ReadColumnRow(row, table, column, shape);
+            column.shape = ShapeOf(shape);
+            rows.Add(table.catalog, table.schema, table.table, std::move(column));
+        }
+        if (rc != SQL_NO_DATA) {
+            throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
+        }
+    }
+
+    // What the driver's SQLColumns says about the one column `column` of `table`.
+    ColumnShape DriverShape(const WyString& catalog, const TableRef& table, const WyString& column) {
+        const WyString context = L"reading the column " + NamePath({&table.schema, &table.table, &column});
+        Handle statement;
+        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
+        WideArg catalogArg = LiteralArgument(catalog);
+        WideArg schemaArg = PatternArgument(EscapedName(table.schema));
+        WideArg tableArg = PatternArgument(EscapedName(table.table));
+        WideArg columnArg = PatternArgument(EscapedName(column));
+        SQLRETURN rc = SQLColumnsW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
+                                   schemaArg.Length(), tableArg.Data(), tableArg.Length(), columnArg.Data(),
+                                   columnArg.Length());
+        if (rc != SQL_NO_DATA) {
+            Check(rc, context, SQL_HANDLE_STMT, statement.Get());
+            while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
+                Row row(statement.Get(), context);
+                TableRef found;
+                CachedColumn cached;
+                ColumnShape shape;
+                ReadColumnRow(row, found, cached, shape);
+                if (found.schema == table.schema && found.table == table.table && cached.name == column) {
+                    if (!cached.remarks.empty()) {
+                        // Remarks are the column's own: one column cannot speak for the others.
+                        throw ErrorMessage(context + L": the driver reports remarks");
+                    }
+                    return shape;
+                }
+            }
+        }
+        throw ErrorMessage(context + L": the driver does not list the column");
+    }
+
+    // Every column of the schema from pg_catalog, with what psqlODBC computes from the type taken
+    // from the driver itself, once per distinct kind of column.
+    void LoadColumnsPostgres(SchemaRows<CachedColumn>& rows, const WyString& catalog,
+                             const WyString& schema) {
+        const WyString context = L"reading the columns of every table of the schema " + Quoted(schema);
+        std::map<WyString, uint32_t> kinds;
+        std::vector<std::pair<TableRef, WyString>> representatives;
+        const WyString schemaLike = PgLiteral(DriverPattern(schema));
+        relationsNotRead.clear();
+        RunQuery(Connection(context), WithSchema(kPgOtherRelationQuery, schemaLike), context,
+                 [&](Row& row) { relationsNotRead.emplace(row.Text(1), '\0'); });
+        RunPagedPgQuery(Connection(context), WithSchema(kPgColumnQuery, schemaLike), context, [&](Row& row) {
+            TableRef table{WyString(), row.Text(1), row.Text(2)};
+            CachedColumn column;
+            column.name = row.Text(3);
+            const auto kind = kinds.emplace(row.Text(4), static_cast<uint32_t>(kinds.size()));
+            if (kind.second) {
+                representatives.emplace_back(table, column.name);
+            }
+            column.shape = kind.first->second; // the kind until its shape is known
+            rows.Add(WyString(), table.schema, table.table, std::move(column));
+        });
+        std::vector<uint32_t> shapeOfKind;
+        for (const auto& representative : representatives) {
+            shapeOfKind.push_back(ShapeOf(DriverShape(catalog, representative.first, representative.second)));
+        }
+        rows.ForEachRow([&shapeOfKind](CachedColumn& column) { column.shape = shapeOfKind[column.shape]; });
+    }
+
+    void LoadPrimaryKeysPostgres(SchemaRows<MIPrimaryKey>& rows, const WyString& schema) {
+        const WyString context = L"reading the primary keys of every table of the schema " + Quoted(schema);
+        RunPagedPgQuery(Connection(context), WithSchema(kPgPrimaryKeyQuery, PgLiteral(schema)), context,
+                        [&](Row& row) {
+                            MIPrimaryKey key;
+                            key.catalog_ = row.Text(1);
+                            key.schema_ = row.Text(2);
+                            key.table_ = row.Text(3);
+                            key.columnName_ = row.Text(4);
+                            key.keySequence_ = row.Small(5);
+                            key.primaryKeyName_ = row.Text(6);
+                            rows.Add(WyString(), key.schema_, key.table_, key);
+                        });
+        pkeyIndexNames.clear();
+        RunQuery(Connection(context), WithSchema(kPgPkeyIndexQuery, PgLiteral(schema)), context,
+                 [&](Row& row) { pkeyIndexNames.insert(row.Text(1)); });
+    }
+
+    void LoadForeignKeysPostgres(SchemaRows<MIForeignKey>& rows, const WyString& schema) {
+        const WyString context = L"reading the foreign keys of every table of the schema " + Quoted(schema);
+        RunPagedPgQuery(Connection(context), WithSchema(kPgForeignKeyQuery, PgLiteral(schema)), context,
+                        [&](Row& row) {
+                            MIForeignKey key;
+                            key.pkCatalog_ = row.Text(1);
+                            key.pkSchema_ = row.Text(2);
+                            key.pkTable_ = row.Text(3);
+                            key.pkColumnName_ = row.Text(4);
+                            key.fkCatalog_ = row.Text(5);
+                            key.fkSchema_ = row.Text(6);
+                            key.fkTable_ = row.Text(7);
+                            key.fkColumnName_ = row.Text(8);
+                            key.keySequence_ = row.Small(9);
+                            key.updateRule_ = row.Small(10);
+                            key.deleteRule_ = row.Small(11);
+                            key.foreignKeyName_ = row.Text(12);
+                            key.primaryKeyName_ = row.Text(13);
+                            rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
+                        });
+    }
+
+    bool ColumnWanted(const MIColumn& column) const {
+        return PatternAllows(columnTable.catalog, column.catalog_) &&
+               PatternAllows(columnTable.schema, column.schema_) &&
+               MatchesSearchPattern(columnTable.table, column.table_) &&
+               MatchesSearchPattern(columnPattern, column.columnName_);
+    }
+    bool PrimaryKeyWanted(const MIPrimaryKey& key) const {
+        // The names are exact: a driver that compares them ignoring case is held to them here.
+        return ExactAllows(keyTable.catalog, key.catalog_) && ExactAllows(keyTable.schema, key.schema_) &&
+               ExactAllows(keyTable.table, key.table_);
+    }
+    bool ForeignKeyWanted(const MIForeignKey& key) const {
+        return ExactAllows(foreignPk.catalog, key.pkCatalog_) &&
+               ExactAllows(foreignPk.schema, key.pkSchema_) && ExactAllows(foreignPk.table, key.pkTable_) &&
+               ExactAllows(foreignFk.catalog, key.fkCatalog_) &&
+               ExactAllows(foreignFk.schema, key.fkSchema_) && ExactAllows(foreignFk.table, key.fkTable_);
+    }
+
+    // Answers a request for the columns of a table from the schema's rows in memory, when the
+    // request is one that they answer exactly. False: the driver is to be asked.
+    bool ColumnsFromMemory(const WyString& catalog, const WyString& schema, const WyString& table,
+                           const WyString& column) {
+        if (dialect == Dialect::Plain || !connected || table.empty() || !(column.empty() || column == L"%") ||
+            (dialect == Dialect::Postgres && schema.empty())) {
+            return false;
+        }
+        const bool inMemory =
+            columnCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<CachedColumn>& rows) {
+                if (dialect == Dialect::Postgres) {
+                    LoadColumnsPostgres(rows, catalog, schema);
+                } else {
+                    LoadColumnsWhole(rows, catalog, schema);
+                }
+            });
+        if (!inMemory || !NamesMatching(relationsNotRead, table).empty()) {
+            return false;
+        }
+        columns.Stop();
+        servedColumns.Start();
+        columnTable = TableRef{catalog, schema, table};
+        columnPattern = column;
+        columnCache.rows.ForTables(table, false,
+                                   [this](const WyString&, const WyString& ofSchema, const WyString& ofTable,
+                                          const CachedColumn& cached) {
+                                       MIColumn record = MakeColumn(TableRef{WyString(), ofSchema, ofTable},
+                                                                    cached, shapes[cached.shape]);
+                                       if (ColumnWanted(record)) {
+                                           servedColumns.records.push_back(std::move(record));
+                                       }
+                                   });
+        return true;
+    }
+
+    bool PrimaryKeyFromMemory(const WyString& catalog, const WyString& schema, const WyString& table) {
+        if (dialect != Dialect::Postgres || !connected || table.empty() || schema.empty()) {
+            return false;
+        }
+        const bool inMemory =
+            primaryKeyCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<MIPrimaryKey>& rows) {
+                LoadPrimaryKeysPostgres(rows, schema);
+            });
+        if (!inMemory) {
+            return false;
+        }
+        const TableRef wanted{catalog, schema, table};
+        std::vector<MIPrimaryKey> found;
+        primaryKeyCache.rows.ForTables(table, true,
+                                       [&](const WyString&, const WyString&, const WyString&,
+                                           const MIPrimaryKey& key) { found.push_back(key); });
+        if (found.empty() && pkeyIndexNames.count(table + L"_pkey") != 0) {
+            return false;
+        }
+        primaryKeys.Stop();
+        servedPrimaryKeys.Start();
+        keyTable = wanted;
+        for (MIPrimaryKey& key : found) {
+            if (PrimaryKeyWanted(key)) {
+                servedPrimaryKeys.records.push_back(std::move(key));
+            }
+        }
+        return true;
+    }
+
+    bool ForeignKeysFromMemory(const TableRef& pk, const TableRef& fk) {
+        if (dialect != Dialect::Postgres || !connected || !pk.catalog.empty() || !pk.schema.empty() ||
+            !pk.table.empty() || fk.table.empty() || fk.schema.empty()) {
+            return false;
+        }
+        const bool inMemory = foreignKeyCache.Use(
+            fk.catalog, fk.schema, fk.table, bulkReads,
+            [&](SchemaRows<MIForeignKey>& rows) { LoadForeignKeysPostgres(rows, fk.schema); });
+        if (!inMemory) {
+            return false;
+        }
+        foreignKeys.Stop();
+        servedForeignKeys.Start();
+        foreignPk = pk;
+        foreignFk = fk;
+        foreignKeyCache.rows.ForTables(
+            fk.table, true,
+            [this](const WyString&, const WyString&, const WyString&, const MIForeignKey& key) {
+                if (ForeignKeyWanted(key)) {
+                    servedForeignKeys.records.push_back(key);
+                }
+            });
+        return true;
     }
 
     // Every table of the catalog and schema (exact names), of every type, in the driver's order.
@@ -509,7 +1084,54 @@ struct OdbcImport::State {
     }
 };
 
-OdbcImport::OdbcImport() : m_state(new State) {}
+namespace {
+
+WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
+    SQLWCHAR text[256] = {};
+    SQLSMALLINT length = 0;
+    if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
+        return WyString();
+    }
+    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
+                                  sizeof text / sizeof text[0] - 1);
+    return FromSql(text, units);
+}
+
+// Only where the whole-schema reads were checked against the driver's per-table answers.
+Dialect DetectDialect(SQLHDBC connection) {
+    const WyString dbms = InfoText(connection, SQL_DBMS_NAME);
+    const WyString driver = InfoText(connection, SQL_DRIVER_NAME);
+    if (dbms == L"PostgreSQL" && driver.compare(0, 8, L"psqlodbc") == 0) {
+        return Dialect::Postgres;
+    }
+    if ((dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) ||
+        (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0)) {
+        return Dialect::WholeSchema;
+    }
+    return Dialect::Plain;
+}
+
+bool PerTableByEnvironment() {
+    static const bool perTable = [] {
+        const char* value = std::getenv("UDMLGEN_ODBC_PER_TABLE");
+        return value != nullptr && std::string(value) == "1";
+    }();
+    return perTable;
+}
+
+} // namespace
+
+OdbcImport::OdbcImport() : m_state(new State) {
+    m_state->perTableOnly = PerTableByEnvironment();
+}
+
+void OdbcImport::SetPerTableReads(bool perTable) {
+    m_state->perTableOnly = perTable;
+}
+
+size_t OdbcImport::WholeSchemaReads() const {
+    return m_state->bulkReads;
+}
 
 OdbcImport::~OdbcImport() {
     CloseConnection();
@@ -550,6 +1172,7 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
         }
         Check(rc, context, SQL_HANDLE_DBC, state.connection.Get());
         state.connected = true;
+        state.dialect = state.perTableOnly ? Dialect::Plain : DetectDialect(state.connection.Get());
     } catch (...) {
         state.Close();
         throw;
@@ -613,6 +1236,10 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     const WyString where = NamePath({&catalog, &schema, &table});
     const WyString context = L"reading the columns of " + (where.empty() ? WyString(L"every table") : where) +
                              (column.empty() ? WyString() : L" named like " + Quoted(column));
+    state.servedColumns.Stop();
+    if (state.ColumnsFromMemory(catalog, schema, table, column)) {
+        return;
+    }
     state.columns.Start(state.Connection(context), context);
     state.columnTable = TableRef{catalog, schema, table};
     state.columnPattern = column;
@@ -638,6 +1265,10 @@ void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
                                        schemaArg.Data(), schemaArg.Length(), tableArg.Data(),
                                        tableArg.Length()));
     };
+    state.servedPrimaryKeys.Stop();
+    if (state.PrimaryKeyFromMemory(catalog, schema, table)) {
+        return;
+    }
     state.keyTable = TableRef{catalog, schema, table};
     if (!table.empty()) {
         const WyString context = L"reading the primary key of " + NamePath({&catalog, &schema, &table});
@@ -684,6 +1315,10 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
                                        fkSchemaArg.Data(), fkSchemaArg.Length(), fkTableArg.Data(),
                                        fkTableArg.Length()));
     };
+    state.servedForeignKeys.Stop();
+    if (state.ForeignKeysFromMemory(pk, TableRef{fkCatalog, fkSchema, fkTable})) {
+        return;
+    }
     state.foreignPk = pk;
     state.foreignFk = TableRef{fkCatalog, fkSchema, fkTable};
     if (!pkTable.empty() || !fkTable.empty()) {
@@ -779,6 +1414,9 @@ bool OdbcImport::Get(MITable& record) {
 
 bool OdbcImport::Get(MIColumn& record) {
     State& state = *m_state;
+    if (state.servedColumns.active) {
+        return state.servedColumns.Get(record);
+    }
     Listing& listing = state.columns;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
@@ -796,11 +1434,7 @@ bool OdbcImport::Get(MIColumn& record) {
         column.radix_ = row.Small(10);                                  // radix_ <- NUM_PREC_RADIX
         column.nullable_ = row.Small(11);                               // nullable_ <- NULLABLE
         column.remarks_ = row.Text(12);                                 // remarks_ <- REMARKS
-        const TableRef& wanted = state.columnTable;
-        if (!PatternAllows(wanted.catalog, column.catalog_) ||
-            !PatternAllows(wanted.schema, column.schema_) ||
-            !MatchesSearchPattern(wanted.table, column.table_) ||
-            !MatchesSearchPattern(state.columnPattern, column.columnName_)) {
+        if (!state.ColumnWanted(column)) {
             continue;
         }
         record = std::move(column);
@@ -811,6 +1445,9 @@ bool OdbcImport::Get(MIColumn& record) {
 
 bool OdbcImport::Get(MIPrimaryKey& record) {
     State& state = *m_state;
+    if (state.servedPrimaryKeys.active) {
+        return state.servedPrimaryKeys.Get(record);
+    }
     Listing& listing = state.primaryKeys;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
@@ -821,10 +1458,7 @@ bool OdbcImport::Get(MIPrimaryKey& record) {
         key.columnName_ = row.Text(4);     // columnName_ <- COLUMN_NAME
         key.keySequence_ = row.Small(5);   // keySequence_ <- KEY_SEQ
         key.primaryKeyName_ = row.Text(6); // primaryKeyName_ <- PK_NAME
-        const TableRef& wanted = state.keyTable;
-        // The names are exact: a driver that compares them ignoring case is held to them here.
-        if (!ExactAllows(wanted.catalog, key.catalog_) || !ExactAllows(wanted.schema, key.schema_) ||
-            !ExactAllows(wanted.table, key.table_)) {
+        if (!state.PrimaryKeyWanted(key)) {
             continue;
         }
         record = std::move(key);
@@ -835,6 +1469,9 @@ bool OdbcImport::Get(MIPrimaryKey& record) {
 
 bool OdbcImport::Get(MIForeignKey& record) {
     State& state = *m_state;
+    if (state.servedForeignKeys.active) {
+        return state.servedForeignKeys.Get(record);
+    }
     Listing& listing = state.foreignKeys;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
@@ -852,11 +1489,7 @@ bool OdbcImport::Get(MIForeignKey& record) {
         key.deleteRule_ = row.Small(11);    // deleteRule_ <- DELETE_RULE
         key.foreignKeyName_ = row.Text(12); // foreignKeyName_ <- FK_NAME
         key.primaryKeyName_ = row.Text(13); // primaryKeyName_ <- PK_NAME
-        const TableRef& pk = state.foreignPk;
-        const TableRef& fk = state.foreignFk;
-        if (!ExactAllows(pk.catalog, key.pkCatalog_) || !ExactAllows(pk.schema, key.pkSchema_) ||
-            !ExactAllows(pk.table, key.pkTable_) || !ExactAllows(fk.catalog, key.fkCatalog_) ||
-            !ExactAllows(fk.schema, key.fkSchema_) || !ExactAllows(fk.table, key.fkTable_)) {
+        if (!state.ForeignKeyWanted(key)) {
             continue;
         }
         record = std::move(key);

@@ -4,6 +4,7 @@
 
 #include "import/MIMetaDataImport.h"
 
+#include <cstddef>
 #include <memory>
 
 /// An import source over one ODBC connection. Each kind of listing (catalogs, schemas, tables,
@@ -17,6 +18,15 @@ public:
     ~OdbcImport() override;
     OdbcImport(const OdbcImport&) = delete;
     OdbcImport& operator=(const OdbcImport&) = delete;
+
+    /// Whether every request for the columns or keys of one table goes to the driver's catalog
+    /// function. Otherwise (the default, unless the environment sets UDMLGEN_ODBC_PER_TABLE=1)
+    /// the source reads a whole schema at once on the second request for a table of it, from
+    /// drivers whose answers it reproduces exactly, and answers the tables of that schema from
+    /// memory. Takes effect at the next OpenConnection.
+    void SetPerTableReads(bool perTable);
+    /// How many whole-schema reads this source has made.
+    size_t WholeSchemaReads() const;
 
     /// Connects, closing any earlier connection first. `source` containing "=" is a connection
     /// string (a non-empty user and password are appended as UID and PWD); otherwise it names a

@@ -1,0 +1,196 @@
+// The ODBC source's whole-schema reads against live PostgreSQL (psqlODBC) and MariaDB (Connector/ODBC)
+// servers started by scripts/db-servers.sh: for every table of schemas built to provoke differences
+// (names that are patterns of one another, every common column type, keys of every kind) the
+// records equal those of the driver's per-table catalog calls. The schemas exist only while the
+// tests run, so that the whole-source golden texts never see them.
+#include "tests/import/OdbcEquality.h"
+#include "tests/support/RunCommand.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using odbc_equality::ExpectSameRecords;
+
+std::string Setting(const std::string& key) {
+    static std::map<std::string, std::string> settings;
+    if (settings.empty()) {
+        const CommandResult run = RunCommand(
+            "bash " + ShellQuote(std::string(UDML_SOURCE_DIR) + "/scripts/db-servers.sh") + " env");
+        if (run.exitStatus != 0)
+            throw std::runtime_error("db-servers.sh env failed: " + run.standardError);
+        std::istringstream lines(run.standardOutput);
+        std::string line;
+        while (std::getline(lines, line)) {
+            const size_t equals = line.find('=');
+            if (equals == std::string::npos || line.size() < equals + 3)
+                continue;
+            std::string value = line.substr(equals + 2, line.size() - equals - 3);
+            for (size_t at = 0; (at = value.find("'\\''", at)) != std::string::npos; ++at)
+                value.replace(at, 4, "'");
+            settings[line.substr(0, equals)] = value;
+        }
+    }
+    const auto found = settings.find(key);
+    if (found == settings.end())
+        throw std::runtime_error("db-servers.sh env does not print " + key);
+    return found->second;
+}
+
+WyString Wide(const std::string& utf8) {
+    WyString out;
+    for (size_t i = 0; i < utf8.size();) {
+        const unsigned char lead = static_cast<unsigned char>(utf8[i]);
+        const int extra = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+        wchar_t c = extra == 0 ? lead : lead & (0x3F >> extra);
+        for (int k = 1; k <= extra && i + k < utf8.size(); ++k)
+            c = (c << 6) | (static_cast<unsigned char>(utf8[i + k]) & 0x3F);
+        out += c;
+        i += 1 + extra;
+    }
+    return out;
+}
+
+const char* const kPostgresSql = R"sql(
+\set ON_ERROR_STOP on
+SET client_min_messages = warning;
+DROP SCHEMA IF EXISTS bulk_a CASCADE;
+DROP SCHEMA IF EXISTS "bulk b" CASCADE;
+CREATE SCHEMA bulk_a;
+CREATE SCHEMA "bulk b";
+SET search_path = bulk_a;
+CREATE DOMAIN money_amount AS numeric(12, 2) NOT NULL;
+CREATE TYPE mood AS ENUM ('sad', 'ok');
+CREATE TYPE pair AS (l integer, r integer);
+CREATE TABLE types (
+  id serial PRIMARY KEY, big bigserial, ident integer GENERATED ALWAYS AS IDENTITY, si smallint NOT NULL,
+  i integer DEFAULT 7, bi bigint, r real, d double precision, n numeric, n2 numeric(10, 3), vc varchar,
+  vc2 varchar(20), ch char, ch2 char(7), t text, b boolean, by bytea, dt date, tm time, tm3 time(3),
+  tz timetz, ts timestamp, ts0 timestamp(0), tstz timestamptz, iv interval, u uuid, j json, jb jsonb,
+  x xml, ia integer[], ta text[], m mood, p pair, ma money_amount, cash money, ip inet, bits bit(4),
+  vb varbit(9), oi oid, nm name, pt point
+);
+COMMENT ON COLUMN types.i IS 'commented';
+ALTER TABLE types DROP COLUMN bi;
+CREATE TABLE "x_y" (id integer PRIMARY KEY, a text);
+CREATE TABLE xzy (id integer, b varchar(20) NOT NULL, CONSTRAINT xzy_key PRIMARY KEY (b, id));
+CREATE TABLE "x%y" (id integer);
+CREATE TABLE xy (c integer);
+CREATE INDEX "xZy_" ON xy (c);
+CREATE TABLE "a\b" (k integer PRIMARY KEY);
+CREATE TABLE "Quote'd Größe" (k integer PRIMARY KEY, "Spalte ä" text);
+CREATE TABLE nopk (k integer NOT NULL);
+CREATE UNIQUE INDEX nopk_pkey ON nopk (k);
+CREATE TABLE child (
+  id integer PRIMARY KEY, k1 integer, k2 varchar(20), xy integer, q integer,
+  CONSTRAINT child_xzy FOREIGN KEY (k2, k1) REFERENCES xzy (b, id) ON DELETE CASCADE ON UPDATE SET NULL,
+  CONSTRAINT child_x_y FOREIGN KEY (xy) REFERENCES "x_y" (id) ON DELETE SET DEFAULT ON UPDATE RESTRICT,
+  CONSTRAINT child_q FOREIGN KEY (q) REFERENCES "Quote'd Größe" (k),
+  CONSTRAINT child_self FOREIGN KEY (q) REFERENCES child (id) DEFERRABLE
+);
+CREATE TABLE uniq_ref (u integer UNIQUE);
+CREATE TABLE to_uniq (v integer REFERENCES uniq_ref (u));
+CREATE VIEW x_view AS SELECT id, a || 'z' AS computed, 1::numeric(5, 1) AS one FROM "x_y";
+CREATE MATERIALIZED VIEW mv AS SELECT id FROM "x_y";
+CREATE TABLE parted (k integer, at date) PARTITION BY RANGE (at);
+CREATE TABLE parted_2024 PARTITION OF parted FOR VALUES FROM ('2024-01-01') TO ('2025-01-01');
+CREATE TABLE "bulk b".x_y (id integer PRIMARY KEY, other varchar(3));
+CREATE TABLE "bulk b".refers (r integer REFERENCES bulk_a.xy_target (id));
+)sql";
+
+class BulkEqualityTest : public ::testing::Test {
+protected:
+    static void Psql(const std::string& sql) {
+        const std::string path = ScratchPath("bulk-equality.sql");
+        std::ofstream(path) << sql;
+        const CommandResult run =
+            RunCommand("PGPASSWORD=" + ShellQuote(Setting("UDML_DB_PASSWORD")) +
+                       " psql -X -q -v ON_ERROR_STOP=1 -h " + ShellQuote(Setting("UDML_PG_HOST")) + " -p " +
+                       ShellQuote(Setting("UDML_PG_PORT")) + " -U " + ShellQuote(Setting("UDML_DB_USER")) +
+                       " -d " + ShellQuote(Setting("UDML_PG_DATABASE")) + " -f " + ShellQuote(path));
+        ASSERT_EQ(run.exitStatus, 0) << run.standardError;
+    }
+    static void Mariadb(const std::string& sql) {
+        const std::string path = ScratchPath("bulk-equality-mariadb.sql");
+        std::ofstream(path) << sql;
+        const CommandResult run = RunCommand("MYSQL_PWD=" + ShellQuote(Setting("UDML_DB_PASSWORD")) +
+                                             " mariadb --no-defaults --protocol=TCP -h " +
+                                             ShellQuote(Setting("UDML_MARIADB_HOST")) + " -P " +
+                                             ShellQuote(Setting("UDML_MARIADB_PORT")) + " -u " +
+                                             ShellQuote(Setting("UDML_DB_USER")) + " <" + ShellQuote(path));
+        ASSERT_EQ(run.exitStatus, 0) << run.standardError;
+    }
+
+    static void Open(OdbcImport& source, const std::string& connectKey, bool perTable) {
+        source.SetPerTableReads(perTable);
+        WyString connection = Wide(Setting(connectKey)), user = Wide(Setting("UDML_DB_USER")),
+                 password = Wide(Setting("UDML_DB_PASSWORD"));
+        source.OpenConnection(connection, user, password, false);
+    }
+};
+
+TEST_F(BulkEqualityTest, PostgresSchemasMatchThePerTableCalls) {
+    std::string sql = kPostgresSql;
+    // The cross-schema reference needs its target first.
+    sql.replace(sql.find("CREATE TABLE \"bulk b\".refers"), 0,
+                "CREATE TABLE bulk_a.xy_target (id integer PRIMARY KEY);\n");
+    Psql(sql);
+    struct Cleanup {
+        ~Cleanup() {
+            Psql("DROP SCHEMA IF EXISTS bulk_a CASCADE; DROP SCHEMA IF EXISTS \"bulk b\" CASCADE;");
+        }
+    } cleanup;
+
+    OdbcImport fast, plain;
+    Open(fast, "UDML_PG_CONNECT", false);
+    Open(plain, "UDML_PG_CONNECT", true);
+    const WyString catalog = Wide(Setting("UDML_PG_DATABASE"));
+    // Back and forth between the schemas: each read replaces the one before.
+    EXPECT_EQ(ExpectSameRecords(fast, plain, catalog, L"bulk_a"), 16u);
+    EXPECT_EQ(ExpectSameRecords(fast, plain, catalog, L"bulk b"), 2u);
+    EXPECT_EQ(ExpectSameRecords(fast, plain, catalog, L"bulk_a"), 16u);
+    EXPECT_EQ(fast.WholeSchemaReads(), 9u); // columns, primary and foreign keys of each visit
+    EXPECT_EQ(plain.WholeSchemaReads(), 0u);
+}
+
+TEST_F(BulkEqualityTest, MariadbDatabaseMatchesThePerTableCalls) {
+    Mariadb(R"sql(
+DROP DATABASE IF EXISTS udml_bulk;
+CREATE DATABASE udml_bulk CHARACTER SET utf8mb4;
+USE udml_bulk;
+CREATE TABLE types (
+  id int AUTO_INCREMENT PRIMARY KEY, ti tinyint, tu tinyint unsigned, si smallint NOT NULL, mi mediumint,
+  i int DEFAULT 7 COMMENT 'commented', iu int unsigned, bi bigint, bu bigint unsigned, f float, d double,
+  dc decimal(10, 3), n numeric, b bit(1), b9 bit(9), bo boolean, c char(5), vc varchar(40), t text,
+  tt tinytext, mt mediumtext, lt longtext, bn binary(4), vb varbinary(8), bl blob, lb longblob, dt date,
+  tm time, tm3 time(3), dtm datetime, ts timestamp NULL, y year, e enum('a', 'b'), st set('x', 'y'), j json
+);
+CREATE TABLE `x_y` (id int PRIMARY KEY, a text);
+CREATE TABLE xzy (id int, b varchar(20) NOT NULL, PRIMARY KEY (b, id));
+CREATE TABLE `x%y` (id int);
+CREATE TABLE `Größe` (k int PRIMARY KEY, `Spalte ä` text);
+CREATE TABLE child (
+  id int PRIMARY KEY, k1 int, k2 varchar(20), xy int,
+  CONSTRAINT child_xzy FOREIGN KEY (k2, k1) REFERENCES xzy (b, id) ON DELETE CASCADE ON UPDATE SET NULL,
+  CONSTRAINT child_x_y FOREIGN KEY (xy) REFERENCES `x_y` (id)
+);
+CREATE VIEW x_view AS SELECT id, concat(a, 'z') AS computed FROM `x_y`;
+)sql");
+    struct Cleanup {
+        ~Cleanup() { Mariadb("DROP DATABASE IF EXISTS udml_bulk;"); }
+    } cleanup;
+
+    OdbcImport fast, plain;
+    Open(fast, "UDML_MARIADB_CONNECT", false);
+    Open(plain, "UDML_MARIADB_CONNECT", true);
+    EXPECT_EQ(ExpectSameRecords(fast, plain, L"udml_bulk", L""), 7u);
+    EXPECT_EQ(fast.WholeSchemaReads(), 1u); // the columns; keys stay per table
+}
+
+} // namespace
