@@ -53,7 +53,8 @@ public:
     virtual void PrepareForUserInfo() = 0;
     virtual void PrepareForRoleInfo() = 0;
     virtual void PrepareForTablePrivileges(const WyString&, const WyString&, const WyString&) = 0;
-    virtual void PrepareForColumnPrivileges(const WyString&, const WyString&, const WyString&, const WyString&) = 0;
+    virtual void PrepareForColumnPrivileges(const WyString&, const WyString&, const WyString&,
+                                            const WyString&) = 0;
     virtual void PrepareForExecutionTimes(WyString) = 0;
     virtual bool Get(MIUserInfo&) = 0;
     virtual bool Get(MIRoleInfo&) = 0;
@@ -97,7 +98,8 @@ public:
     void PrepareForUserInfo() override {}
     void PrepareForRoleInfo() override {}
     void PrepareForTablePrivileges(const WyString&, const WyString&, const WyString&) override {}
-    void PrepareForColumnPrivileges(const WyString&, const WyString&, const WyString&, const WyString&) override {}
+    void PrepareForColumnPrivileges(const WyString&, const WyString&, const WyString&,
+                                    const WyString&) override {}
     void PrepareForExecutionTimes(WyString) override {}
     bool Get(MIUserInfo&) override { return false; }
     bool Get(MIRoleInfo&) override { return false; }
@@ -110,8 +112,8 @@ public:
     WyString GetHost() override { return WyString(); }
     WyString GetPort() override { return WyString(); }
     WyStringPairVector GetConfigParams() override { return WyStringPairVector(); }
-    void SetConnectParameters(const WyString&, const WyString&, const WyString&, const WyString&, const WyString&,
-                              CLIType) override {}
+    void SetConnectParameters(const WyString&, const WyString&, const WyString&, const WyString&,
+                              const WyString&, CLIType) override {}
     void SetTavrinEAI() override {}
     void PrepareForAMProperties() override {}
     bool Get(MIAMProperty&) override { return false; }

@@ -11,7 +11,9 @@ namespace {
 
 const std::string kSource = UDML_SOURCE_DIR;
 
-CommandResult Udmlgen(const std::string& arguments) { return RunCommand(UdmlgenPath() + " " + arguments); }
+CommandResult Udmlgen(const std::string& arguments) {
+    return RunCommand(UdmlgenPath() + " " + arguments);
+}
 
 std::string WriteScratch(const std::string& name, const std::string& content) {
     const std::string path = ScratchPath(name);
@@ -64,7 +66,8 @@ TEST(CliOptions, GenerateListAndTableTypesSelectWhatIsWritten) {
     const CommandResult all = Udmlgen("--snapshot " + snapshot + " --database D");
     ASSERT_EQ(0, all.exitStatus) << all.standardError;
     EXPECT_NE(std::string::npos, all.standardOutput.find("\nDECLARE SCHEMA \"D\".\"\".\"S\" AS \"S\";\n"));
-    EXPECT_NE(std::string::npos, all.standardOutput.find("\nDECLARE TABLE \"D\".\"\".\"S\".\"T\" AS \"T\"\n HAVING("));
+    EXPECT_NE(std::string::npos,
+              all.standardOutput.find("\nDECLARE TABLE \"D\".\"\".\"S\".\"T\" AS \"T\"\n HAVING("));
 
     const CommandResult tablesOnly = Udmlgen("--snapshot " + snapshot + " --database D --generate ' table '");
     ASSERT_EQ(0, tablesOnly.exitStatus) << tablesOnly.standardError;
@@ -105,7 +108,8 @@ TEST(CliOptions, OutputFileReceivesTheTextAndStandardOutputStaysEmpty) {
 TEST(CliFailures, MissingOrMalformedInputsNameTheFileAndPlace) {
     ExpectFailure(Udmlgen("--snapshot /nonexistent.json"), 1, "/nonexistent.json");
 
-    const std::string broken = WriteScratch("broken.json", "{\"format\": \"udml-snapshot-1\",\n \"tables\": [}");
+    const std::string broken =
+        WriteScratch("broken.json", "{\"format\": \"udml-snapshot-1\",\n \"tables\": [}");
     const CommandResult syntax = Udmlgen("--snapshot " + broken);
     ExpectFailure(syntax, 1, "broken.json");
     EXPECT_EQ(1, LineCount(syntax.standardError));
@@ -115,7 +119,8 @@ TEST(CliFailures, MissingOrMalformedInputsNameTheFileAndPlace) {
     ExpectFailure(Udmlgen("--snapshot " + wrongField), 1, "precision");
 
     const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
-    const std::string existing = WriteScratch("existing.udml", "\nDECLARE CATALOG \"D\".\"C\" AS \"C\";\nDECLARE oops;");
+    const std::string existing =
+        WriteScratch("existing.udml", "\nDECLARE CATALOG \"D\".\"C\" AS \"C\";\nDECLARE oops;");
     const CommandResult badExisting = Udmlgen("--snapshot " + snapshot + " --existing " + existing);
     ExpectFailure(badExisting, 1, "existing.udml:3");
     EXPECT_EQ(1, LineCount(badExisting.standardError));
@@ -130,7 +135,8 @@ TEST(CliFailures, UnknownDataSourceIsReportedWithTheDriverManagersWords) {
 
 TEST(CliExisting, CatalogsAndSchemasTheRepositoryHoldsAreSkipped) {
     const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
-    const std::string existing = WriteScratch("has-schema.udml", "\nDECLARE SCHEMA \"D\".\"\".\"S\" AS \"S\";\n");
+    const std::string existing =
+        WriteScratch("has-schema.udml", "\nDECLARE SCHEMA \"D\".\"\".\"S\" AS \"S\";\n");
     const CommandResult run = Udmlgen("--snapshot " + snapshot + " --database D --existing " + existing);
     ASSERT_EQ(0, run.exitStatus) << run.standardError;
     EXPECT_EQ(std::string::npos, run.standardOutput.find("DECLARE SCHEMA"));

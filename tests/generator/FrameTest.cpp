@@ -46,8 +46,8 @@ TEST_F(FrameTest, NamePathReachesTheRecordSinkAsTwelveRecords) {
     VirtualTable records;
     generator->SetOuput(&records);
     WriteOrderLinesPath();
-    const std::vector<std::string> expected = {"\"", "Sales DB", "\"", ".\"", "", "\"",
-                                               ".\"", "dbo", "\"", ".\"", "Order \"\"Lines\"\"", "\""};
+    const std::vector<std::string> expected = {
+        "\"", "Sales DB", "\"", ".\"", "", "\"", ".\"", "dbo", "\"", ".\"", "Order \"\"Lines\"\"", "\""};
     EXPECT_EQ(expected, records.Records());
     EXPECT_EQ("\"Sales DB\".\"\".\"dbo\".\"Order \"\"Lines\"\"\"", records.Text());
 }
@@ -115,7 +115,8 @@ TEST_F(FrameTest, QualifiedOutputWritesThreeRecordsOrOne) {
 TEST_F(FrameTest, RequestWithoutImportSourceFailsQuietly) {
     TestGenerator lonely;
     WyString text = L"before";
-    EXPECT_FALSE(lonely.GenerateUdml(kTIDADatabase, L"", L"", L"", L"", L"", L"", L"", text, -1, 0xffff, false));
+    EXPECT_FALSE(
+        lonely.GenerateUdml(kTIDADatabase, L"", L"", L"", L"", L"", L"", L"", text, -1, 0xffff, false));
     EXPECT_EQ(L"before", text);
 }
 
@@ -124,8 +125,8 @@ TEST_F(FrameTest, DepthLimitBelowOneReturnsAtOnceKeepingThePath) {
     generator->m_fGenerate = 0;
     generator->Abort();
     for (int limit : {0, -2}) {
-        EXPECT_TRUE(generator->GenerateUdml(kTIDACatalog, L"new", L"", L"", L"", L"", L"", L"", error, limit, 0x20,
-                                            true));
+        EXPECT_TRUE(generator->GenerateUdml(kTIDACatalog, L"new", L"", L"", L"", L"", L"", L"", error, limit,
+                                            0x20, true));
         EXPECT_EQ(L"old", generator->m_strCatalog);
         EXPECT_EQ(0x20, generator->m_fGenerate);
         EXPECT_FALSE(generator->m_bAbort);

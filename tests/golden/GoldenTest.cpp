@@ -1,13 +1,13 @@
 // Whole-source golden texts: each cases/<name>.json snapshot, run through udmlgen with the
-// options in cases/<name>.args (where @CASES@ stands for the cases folder), must give cases/<name>.expected byte for byte.
-// UDML_UPDATE_GOLDEN=1 rewrites the expected texts from the current output.
+// options in cases/<name>.args (where @CASES@ stands for the cases folder), must give cases/<name>.expected
+// byte for byte. UDML_UPDATE_GOLDEN=1 rewrites the expected texts from the current output.
 #include "support/RunCommand.h"
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <algorithm>
 #include <cstdlib>
+#include <dirent.h>
 #include <fstream>
 
 namespace {
@@ -46,7 +46,8 @@ TEST_P(GoldenText, MatchesExpectedOutput) {
             args.replace(at, 7, kCases.substr(0, kCases.size() - 1));
     } catch (const std::runtime_error&) {
     }
-    const CommandResult run = RunCommand(UdmlgenPath() + " --snapshot " + ShellQuote(base + ".json") + " " + args);
+    const CommandResult run =
+        RunCommand(UdmlgenPath() + " --snapshot " + ShellQuote(base + ".json") + " " + args);
     ASSERT_EQ(0, run.exitStatus) << run.standardError;
     if (std::getenv("UDML_UPDATE_GOLDEN")) {
         std::ofstream(base + ".expected", std::ios::binary) << run.standardOutput;

@@ -106,8 +106,8 @@ void FakeImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
 
 void FakeImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, WyString& pkTable,
                                       WyString& fkCatalog, WyString& fkSchema, WyString& fkTable) {
-    Record("PrepareForForeignKey(" + Args({&pkCatalog, &pkSchema, &pkTable, &fkCatalog, &fkSchema, &fkTable}) +
-           ")");
+    Record("PrepareForForeignKey(" +
+           Args({&pkCatalog, &pkSchema, &pkTable, &fkCatalog, &fkSchema, &fkTable}) + ")");
     MemoryImport::PrepareForForeignKey(pkCatalog, pkSchema, pkTable, fkCatalog, fkSchema, fkTable);
 }
 

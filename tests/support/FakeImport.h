@@ -23,7 +23,8 @@ public:
 
     /// Raises ErrorMessage with `messages` at the `nth` (1-based) call whose logged text begins
     /// with `callPrefix` ("Get(MITable)", "PrepareForColumn(", "PrepareForColumn(,Sales,Orders,").
-    void FailAt(const std::string& callPrefix, int nth, std::vector<WyString> messages = {L"injected failure"});
+    void FailAt(const std::string& callPrefix, int nth,
+                std::vector<WyString> messages = {L"injected failure"});
     /// Raises a std::runtime_error instead of an ErrorMessage at that call.
     void FailWithOtherAt(const std::string& callPrefix, int nth);
 

@@ -35,11 +35,14 @@ std::string ScratchPath(const std::string& name) {
     return folder + "/" + name;
 }
 
-std::string UdmlgenPath() { return std::string(UDML_BINARY_DIR) + "/bin/udmlgen"; }
+std::string UdmlgenPath() {
+    return std::string(UDML_BINARY_DIR) + "/bin/udmlgen";
+}
 
 CommandResult RunCommand(const std::string& command) {
     static int counter = 0;
-    const std::string errFile = ScratchPath("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
+    const std::string errFile =
+        ScratchPath("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
     CommandResult result;
     std::FILE* pipe = popen((command + " 2>" + ShellQuote(errFile)).c_str(), "r");
     if (!pipe)

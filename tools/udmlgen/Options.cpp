@@ -32,12 +32,12 @@ The password is read from the environment variable UDMLGEN_PASSWORD, never from 
 )";
 
 const std::map<std::string, int32_t> kRequestTypes = {
-    {"database", kTIDADatabase}, {"catalog", kTIDACatalog},       {"schema", kTIDASchema},
-    {"table", kTIDATable},       {"column", kTIDAColumn},         {"table-key", kTIDATableKey},
+    {"database", kTIDADatabase},     {"catalog", kTIDACatalog}, {"schema", kTIDASchema},
+    {"table", kTIDATable},           {"column", kTIDAColumn},   {"table-key", kTIDATableKey},
     {"foreign-key", kTIDAForeignKey}};
 
-const std::map<std::string, int> kStatementKinds = {{"catalog", 0x0002}, {"schema", 0x0004},
-                                                    {"table", 0x0008},   {"column", 0x0010},
+const std::map<std::string, int> kStatementKinds = {{"catalog", 0x0002},     {"schema", 0x0004},
+                                                    {"table", 0x0008},       {"column", 0x0010},
                                                     {"foreign-key", 0x0020}, {"table-key", 0x0040}};
 
 std::string Trim(const std::string& text) {
@@ -64,7 +64,8 @@ int ParseGenerateMask(const std::string& list) {
     size_t start = 0;
     while (start <= list.size()) {
         const size_t comma = list.find(',', start);
-        const std::string item = Trim(list.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+        const std::string item =
+            Trim(list.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
         const auto kind = kStatementKinds.find(item);
         if (kind == kStatementKinds.end())
             throw UsageError{"--generate: unknown statement kind '" + item +
@@ -92,9 +93,10 @@ uint8_t ParseTableTypes(const std::string& text) {
 
 std::optional<Options> ParseOptions(int argc, char** argv) {
     Options options;
-    CLI::App app{"Writes the UDML that declares a data source's catalog metadata in the repository's physical "
-                 "layer.",
-                 "udmlgen"};
+    CLI::App app{
+        "Writes the UDML that declares a data source's catalog metadata in the repository's physical "
+        "layer.",
+        "udmlgen"};
     app.footer(kExamples);
     app.require_subcommand(0, 1);
     AddSourceOptions(app, options);
@@ -117,12 +119,14 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     app.add_option("--depth", options.depth, "depth limit, -1 for none")->capture_default_str();
     app.add_option("--generate", generate,
                    "comma list of catalog, schema, table, column, foreign-key, table-key (default: all)");
-    app.add_option("--table-types", tableTypes, "table-type selector, 0 to 255 (default 1: tables and views)");
+    app.add_option("--table-types", tableTypes,
+                   "table-type selector, 0 to 255 (default 1: tables and views)");
     app.add_flag("--numeric-as-double", options.numericAsDouble, "type exact numerics as DOUBLE");
     app.add_option("--existing", options.existingFiles, "UDML already in the repository (repeatable)");
     app.add_option("--join-within-module", joinWithinModule,
                    "MODULE=VIEW;VIEW...: restrict those view objects to joins within MODULE (repeatable)");
-    app.add_flag("--view-links", options.viewLinks, "write the joins of the source's view links after the request");
+    app.add_flag("--view-links", options.viewLinks,
+                 "write the joins of the source's view links after the request");
 
     CLI::App* snapshot = app.add_subcommand("snapshot", "capture a live source as a snapshot file");
     AddSourceOptions(*snapshot, options);

@@ -18,8 +18,8 @@
 #include <iostream>
 #include <memory>
 #include <sstream>
-#include <vector>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -215,7 +215,8 @@ int Generate(const udmlgen::Options& options) {
         SUPropertiesTable& category = repositoryDatabase.PropertyCategories()[Wide(module)];
         WyString value;
         category.GetProperty(S_ZEL_PROPERYTY_JOIN_ONLY_WITHIN_AM, value);
-        category.SetProperty(S_ZEL_PROPERYTY_JOIN_ONLY_WITHIN_AM, value.empty() ? Wide(views) : value + L";" + Wide(views));
+        category.SetProperty(S_ZEL_PROPERYTY_JOIN_ONLY_WITHIN_AM,
+                             value.empty() ? Wide(views) : value + L";" + Wide(views));
     }
     SUSystemConfig::GetSystemConfig().SetNumericAsDouble(options.numericAsDouble);
 
@@ -224,8 +225,8 @@ int Generate(const udmlgen::Options& options) {
     if (isatty(STDERR_FILENO))
         sink.EnableProgress();
 
-    CUdmlGenerator generator(&repository, source.import.get(), Wide(options.connect), database, Wide(options.user),
-                             L"", source.cliType);
+    CUdmlGenerator generator(&repository, source.import.get(), Wide(options.connect), database,
+                             Wide(options.user), L"", source.cliType);
     generator.SetOuput(&sink);
     generator.SetTableType(options.tableTypes);
     g_generator.store(&generator);
@@ -245,7 +246,8 @@ int Generate(const udmlgen::Options& options) {
                 errorText = L"the view links could not be written";
         } catch (const ErrorMessage& error) {
             succeeded = false;
-            errorText = error.Messages().empty() ? L"reading back the output failed" : error.Messages().front();
+            errorText =
+                error.Messages().empty() ? L"reading back the output failed" : error.Messages().front();
         }
     }
     g_generator.store(nullptr);

@@ -59,7 +59,8 @@ void CUdmlGenerator::Disconnect() {
     delete import;
 }
 
-bool CUdmlGenerator::Connect(const WyString& strSource, const WyString& strUser, const WyString& strPassword) {
+bool CUdmlGenerator::Connect(const WyString& strSource, const WyString& strUser,
+                             const WyString& strPassword) {
     Disconnect();
     m_strSource = strSource;
     m_strUser = strUser;
@@ -165,7 +166,8 @@ void CUdmlGenerator::OutputCString(const char* cStr) {
 void CUdmlGenerator::OutputWyString(const WyString& wyStr) {
     switch (m_nOutputType) {
     case oVTable: {
-        const std::string bytes = BaseStringUtil::StringToStdString(wyStr, SystemUtility::GetMultiByteCodePage());
+        const std::string bytes =
+            BaseStringUtil::StringToStdString(wyStr, SystemUtility::GetMultiByteCodePage());
         m_pVTable->putRecord(bytes.data(), bytes.size());
         break;
     }
@@ -173,7 +175,8 @@ void CUdmlGenerator::OutputWyString(const WyString& wyStr) {
         m_pstrOutput->append(wyStr);
         break;
     case oStdOut: {
-        const std::string bytes = BaseStringUtil::StringToStdString(wyStr, SystemUtility::GetMultiByteCodePage());
+        const std::string bytes =
+            BaseStringUtil::StringToStdString(wyStr, SystemUtility::GetMultiByteCodePage());
         std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         break;
     }

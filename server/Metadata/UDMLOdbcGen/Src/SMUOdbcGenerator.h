@@ -79,8 +79,9 @@ struct SMU_ODBCGEN_API WyStringCaseInsensitiveMatch {
     }
 };
 using AppModuleNamesVector = std::vector<WyString>;
-using ViewObjectNameToAppModuleMap = std::unordered_map<WyString, AppModuleNamesVector,
-                                                        WyStringCaseInsensitiveHash, WyStringCaseInsensitiveMatch>;
+using ViewObjectNameToAppModuleMap =
+    std::unordered_map<WyString, AppModuleNamesVector, WyStringCaseInsensitiveHash,
+                       WyStringCaseInsensitiveMatch>;
 
 /// Decides which view links a repository database forbids: each property category of the
 /// database is an application module, and its JOIN_ONLY_WITHIN_MODULE property lists (";"-separated)
