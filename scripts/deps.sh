@@ -1,15 +1,20 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the project needs, only those missing. Usage: deps.sh [build|test|all]
+# Installs the Debian packages the project needs, only those missing.
+# Usage: deps.sh [build|test|all|bench] (all is build and test; bench is build and benchmarks)
 set -euo pipefail
 
 build_pkgs=(g++ make cmake unixodbc unixodbc-dev odbcinst nlohmann-json3-dev libcli11-dev
             libsqliteodbc sqlite3)
-test_pkgs=(libgtest-dev libgmock-dev clang-format postgresql odbc-postgresql mariadb-server odbc-mariadb)
+test_pkgs=(libgtest-dev libgmock-dev clang-format postgresql odbc-postgresql mariadb-server odbc-mariadb
+           clang-14 libclang-rt-14-dev)
+# The benchmarks: Google Benchmark, and what bench/pg-e2e.sh compares udmlgen with.
+bench_pkgs=(libbenchmark-dev postgresql odbc-postgresql python3-sqlalchemy python3-psycopg2 time)
 
 case "${1:-all}" in
   build) wanted=("${build_pkgs[@]}") ;;
   test|all) wanted=("${build_pkgs[@]}" "${test_pkgs[@]}") ;;
-  *) echo "deps.sh: unknown set '$1' (build, test or all)" >&2; exit 2 ;;
+  bench) wanted=("${build_pkgs[@]}" "${bench_pkgs[@]}") ;;
+  *) echo "deps.sh: unknown set '$1' (build, test, bench or all)" >&2; exit 2 ;;
 esac
 
 missing=()

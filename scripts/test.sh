@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, checks formatting, then builds and runs every test
-# twice, in a normal build and under AddressSanitizer + UndefinedBehaviorSanitizer.
+# twice, in a normal build and under AddressSanitizer + UndefinedBehaviorSanitizer, and finally
+# fuzzes every reader of outside text for a bounded time (scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -26,4 +27,7 @@ run_tests build
 
 run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DUDML_SANITIZE=ON
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 run_tests build-asan
-echo "== all tests passed in both builds"
+
+# Every reader of outside text under libFuzzer, a bounded time each (FUZZ_SECONDS).
+JOBS=$jobs bash scripts/fuzz.sh
+echo "== all tests passed in both builds, and every fuzzer ran clean"

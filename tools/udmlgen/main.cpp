@@ -32,8 +32,11 @@ volatile std::sig_atomic_t g_signal = 0;
 // Stops the walk at its next check; the main flow then flushes what was written and exits.
 extern "C" void OnSignal(int signal) {
     g_signal = signal;
-    if (CUdmlGenerator* generator = g_generator.load())
-        generator->Abort();
+    CUdmlGenerator* generator = g_generator.load();
+    // Before the walk starts nothing has been written, so there is nothing to keep.
+    if (generator == nullptr)
+        _exit(128 + signal);
+    generator->Abort();
 }
 
 WyString Wide(const std::string& text) {
@@ -232,7 +235,9 @@ int Generate(const udmlgen::Options& options) {
     g_generator.store(&generator);
 
     WyString errorText;
-    bool succeeded = generator.GenerateUdml(options.requestType, Wide(options.catalog), Wide(options.schema),
+    // A request clears the abort flag as it starts, so a signal that came before it is honoured here.
+    bool succeeded = g_signal == 0 &&
+                     generator.GenerateUdml(options.requestType, Wide(options.catalog), Wide(options.schema),
                                             Wide(options.table), Wide(options.tableUri), Wide(options.column),
                                             Wide(options.foreignKey), Wide(options.baseTable), errorText,
                                             options.depth, options.generateMask, false);
