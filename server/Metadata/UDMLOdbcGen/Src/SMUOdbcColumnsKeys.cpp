@@ -243,7 +243,13 @@ void CUdmlGenerator::GenerateColumnInfoUdml(const MIColumn& column) {
 void CUdmlGenerator::GenerateTableColumnUdml(MIColumnVector* pColumns) {
     if (m_bAbort)
         return;
-    m_checkColumnVector.clear();
+    // The check list is refilled in place, so its strings keep their room from table to table;
+    // whatever way the list ends, it then holds exactly the names fetched.
+    struct CheckListEnd {
+        WyStringVector& names;
+        size_t count = 0;
+        ~CheckListEnd() { names.resize(count); }
+    } checked{m_checkColumnVector};
 
     // A synonym's columns are those of its base table, declared under the synonym's name.
     WyString strTable = m_strBaseTable.empty() ? m_strTable : m_strBaseTable;
@@ -255,27 +261,34 @@ void CUdmlGenerator::GenerateTableColumnUdml(MIColumnVector* pColumns) {
         return;
     try {
         m_pImport->PrepareForColumn(m_strCatalog, m_strSchema, strTable, strAll);
-        // Each record is read straight into its place in the list, which saves a copy per column.
-        MIColumnVector columnVector;
+        // Each record is read straight into its place in the list, and the list's records are
+        // reused from table to table: a source fills the whole record on every Get.
+        MIColumnVector& columnVector = m_tableColumnScratch;
+        size_t columnCount = 0;
         while (!m_bAbort) {
-            columnVector.emplace_back();
-            if (!m_pImport->Get(columnVector.back())) {
-                columnVector.pop_back();
+            if (columnCount == columnVector.size())
+                columnVector.emplace_back();
+            if (!m_pImport->Get(columnVector[columnCount]))
                 break;
-            }
-            const MIColumn& column = columnVector.back();
-            m_checkColumnVector.push_back(column.columnName_);
+            const MIColumn& column = columnVector[columnCount++];
+            if (checked.count < m_checkColumnVector.size())
+                m_checkColumnVector[checked.count] = column.columnName_;
+            else
+                m_checkColumnVector.push_back(column.columnName_);
+            ++checked.count;
             if (pColumns != nullptr) {
                 pColumns->push_back(column);
                 pColumns->back().table_ = strTable;
             }
         }
-        if (columnVector.empty())
+        m_checkColumnVector.resize(checked.count);
+        if (columnCount == 0)
             return;
 
         const WyString noPickList = L"NULL";
         bool first = true;
-        for (MIColumn& current : columnVector) {
+        for (size_t index = 0; index < columnCount; ++index) {
+            MIColumn& current = columnVector[index];
             if (m_pImport->GetTavrinEAI() && !current.picklistName.empty() &&
                 !BaseStringUtil::IsMatch(current.picklistName, noPickList))
                 m_pImport->GetPickList(current);

@@ -147,13 +147,33 @@ bool CUdmlGenerator::GenerateUdml(const TypeID& typeID, const WyString& strCatal
 // ---------------------------------------------------------------------------------------------
 // Output operations. Each reads the sink anew, so a writer may redirect output mid-statement.
 
+namespace {
+// The writers' literals are ASCII: they widen unit by unit, with no decoding and no temporary.
+// Anything else takes the full UTF-8 conversion.
+void AppendLiteral(const char* cStr, WyString& out) {
+    const char* end = cStr;
+    bool ascii = true;
+    for (; *end != '\0'; ++end)
+        ascii = ascii && static_cast<unsigned char>(*end) < 0x80;
+    if (ascii) {
+        const size_t length = static_cast<size_t>(end - cStr);
+        const size_t start = out.size();
+        out.resize(start + length);
+        wchar_t* target = &out[start];
+        for (const char* source = cStr; source != end; ++source)
+            *target++ = static_cast<wchar_t>(*source);
+    } else
+        BaseStringUtil::AppendFromUtf8(cStr, static_cast<size_t>(end - cStr), out);
+}
+} // namespace
+
 void CUdmlGenerator::OutputCString(const char* cStr) {
     switch (m_nOutputType) {
     case oVTable:
         m_pVTable->putRecord(cStr, std::strlen(cStr));
         break;
     case oString:
-        BaseStringUtil::AppendFromUtf8(cStr, std::strlen(cStr), *m_pstrOutput);
+        AppendLiteral(cStr, *m_pstrOutput);
         break;
     case oStdOut:
         std::cout << cStr;
@@ -216,9 +236,17 @@ void CUdmlGenerator::GenerateQualifiedUdml(const WyString* pstrFirst, ...) {
     WyString scratch;
     bool first = true;
     for (const WyString* part = pstrFirst; part != nullptr; part = va_arg(parts, const WyString*)) {
-        OutputCString(first ? "\"" : ".\"");
-        OutputWyString(EscapeNamePart(*part, scratch));
-        OutputCString("\"");
+        if (m_nOutputType == oString) {
+            // The same text as the three pieces below, appended in place: name paths are the
+            // bulk of the output, and a string has no piece boundaries to keep.
+            m_pstrOutput->append(first ? L"\"" : L".\"");
+            m_pstrOutput->append(EscapeNamePart(*part, scratch));
+            m_pstrOutput->push_back(L'"');
+        } else {
+            OutputCString(first ? "\"" : ".\"");
+            OutputWyString(EscapeNamePart(*part, scratch));
+            OutputCString("\"");
+        }
         first = false;
     }
     va_end(parts);

@@ -282,4 +282,9 @@ protected:
     WyStringVector m_checkColumnVector;
     StrToMIColumnsMap m_importedTableColumns;
     WyStringSet m_importedZelTableNames;
+
+private:
+    // The column records of the table list being written, kept between tables so that each
+    // fetch refills records whose strings already have room.
+    MIColumnVector m_tableColumnScratch;
 };
