@@ -1,38 +1,21 @@
 // Column bodies, column lists, stand-alone columns, pick-list correction and table keys, pinned as
 // whole statements, plus the failures that must leave exactly the text written so far.
 #include "support/FakeImport.h"
+#include "support/SourceBuilder.h"
 #include "support/TestGenerator.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-MIColumn Col(const WyString& name, WyDataType type, uint32 precision, uint16 nullable,
-             const WyString& remarks = L"") {
-    MIColumn column;
-    column.schema_ = L"SALES";
-    column.table_ = L"ACCT";
-    column.columnName_ = name;
-    column.dataType_ = type;
-    column.precision_ = precision;
-    column.nullable_ = nullable;
-    column.remarks_ = remarks;
-    return column;
-}
-
-MIPrimaryKey Key(const WyString& column, const WyString& name) {
-    MIPrimaryKey key;
-    key.schema_ = L"HR";
-    key.table_ = L"EMP";
-    key.columnName_ = column;
-    key.primaryKeyName_ = name;
-    return key;
-}
+const TablePath kAcct{L"", L"SALES", L"ACCT"};
+const TablePath kEmp{L"", L"HR", L"EMP"};
 
 // The ACCT table of the column examples: ID and NAME.
 SourceMetadata AcctSource() {
     SourceMetadata source;
-    source.columns = {Col(L"ID", WyInt4Data, 10, 0), Col(L"NAME", WyVarCharData, 50, 1, L"Account name")};
+    source.columns = {Column(kAcct, L"ID", WyInt4Data, 10, 0),
+                      Column(kAcct, L"NAME", WyVarCharData, 50, 1, L"Account name")};
     return source;
 }
 
@@ -74,7 +57,7 @@ TEST_F(ColumnsKeysTest, BodiesOfThePickListAndPlainExamples) {
     SourceMetadata eai;
     eai.eai = true;
     Use(eai);
-    MIColumn account = Col(L"Account Type", WyVarCharData, 30, 1, L"Kind of account");
+    MIColumn account = Column(kAcct, L"Account Type", WyVarCharData, 30, 1, L"Kind of account");
     account.fullyQualifiedName_ = L"Account.Type";
     account.userName_ = L"ignored";
     account.picklistName = L"PickList Account Type";
@@ -101,7 +84,7 @@ TEST_F(ColumnsKeysTest, BodiesOfThePickListAndPlainExamples) {
 
     // Outside EAI mode: no pick list, yet a matching entry still maps the column.
     Use(SourceMetadata());
-    MIColumn id = Col(L"ID", WyInt4Data, 10, 0);
+    MIColumn id = Column(kAcct, L"ID", WyInt4Data, 10, 0);
     EXPECT_EQ(Body(id), kIdBody);
     id.pickListFieldName = {{L"ID", L"Code"}};
     id.picklistName = L"P";
@@ -116,7 +99,7 @@ TEST_F(ColumnsKeysTest, TypeNamesFollowTheRepositoryTable) {
     auto typesOf = [&](std::initializer_list<int> types) {
         WyString names;
         for (int type : types) {
-            const WyString body = Body(Col(L"C", static_cast<WyDataType>(type), 1, 0));
+            const WyString body = Body(Column(kAcct, L"C", static_cast<WyDataType>(type), 1, 0));
             const size_t start = body.find(L" TYPE ") + 6;
             names += body.substr(start, body.find(L' ', start) - start) + L" ";
         }
@@ -135,7 +118,7 @@ TEST_F(ColumnsKeysTest, TypeNamesFollowTheRepositoryTable) {
 
 TEST_F(ColumnsKeysTest, PropertyClause) {
     Use(SourceMetadata());
-    MIColumn column = Col(L"C", WyCharData, 1, 1);
+    MIColumn column = Column(kAcct, L"C", WyCharData, 1, 1);
     column.effColumnProperties_ = L"k,v";
     EXPECT_EQ(Body(column).find(L"PROPERTIES"), WyString::npos) << "column properties need an EFF context";
 
@@ -196,7 +179,8 @@ TEST_F(ColumnsKeysTest, PickListsAreFetchedAndCorrected) {
     // In EAI mode the list asks for each named pick list except the literal "NULL".
     SourceMetadata source;
     source.eai = true;
-    source.columns = {Col(L"A", WyCharData, 1, 1), Col(L"B", WyCharData, 1, 1), Col(L"C", WyCharData, 1, 1)};
+    source.columns = {Column(kAcct, L"A", WyCharData, 1, 1), Column(kAcct, L"B", WyCharData, 1, 1),
+                      Column(kAcct, L"C", WyCharData, 1, 1)};
     source.columns[0].picklistName = L"NULL";
     source.columns[1].picklistName = L"null";
     source.columns[2].picklistName = L"PL";
@@ -248,7 +232,7 @@ const WyString kDeptId = L"\"SRC\".\"\".\"HR\".\"EMP\".\"DEPT_ID\"";
 
 TEST_F(ColumnsKeysTest, TableKeysFollowRunsOfNames) {
     SourceMetadata source;
-    source.primaryKeys = {Key(L"EMP_ID", L"EMP_PK"), Key(L"DEPT_ID", L"EMP_PK")};
+    source.primaryKeys = {PrimaryKey(kEmp, L"EMP_ID", L"EMP_PK"), PrimaryKey(kEmp, L"DEPT_ID", L"EMP_PK")};
     Use(source, L"HR", L"EMP");
     gen->setCheckColumnVector({L"EMP_ID", L"DEPT_ID", L"NAME"});
     ASSERT_TRUE(Request(kTIDATableKey, L"EMP"));
@@ -256,8 +240,9 @@ TEST_F(ColumnsKeysTest, TableKeysFollowRunsOfNames) {
 
     // Default names, runs A,A,B,A, exact grouping, case-insensitive column check in the record's
     // own case, and a column outside the check list that is still handed back.
-    source.primaryKeys = {Key(L"emp_id", L""),        Key(L"DEPT_ID", L""), Key(L"EMP_ID", L"B"),
-                          Key(L"DEPT_ID", L"PK_EMP"), Key(L"SALARY", L"b"), Key(L"NAME", L"b")};
+    source.primaryKeys = {PrimaryKey(kEmp, L"emp_id", L""),  PrimaryKey(kEmp, L"DEPT_ID", L""),
+                          PrimaryKey(kEmp, L"EMP_ID", L"B"), PrimaryKey(kEmp, L"DEPT_ID", L"PK_EMP"),
+                          PrimaryKey(kEmp, L"SALARY", L"b"), PrimaryKey(kEmp, L"NAME", L"b")};
     Use(source, L"HR", L"EMP");
     gen->setCheckColumnVector({L"EMP_ID", L"DEPT_ID", L"NAME"});
     MIPrimaryKeyVector keys;
@@ -285,7 +270,7 @@ TEST_F(ColumnsKeysTest, TableKeysFollowRunsOfNames) {
     gen->setCheckColumnVector({});
     EXPECT_TRUE(gen->GeneratePrimaryKey(L"", L"HR", L"EMP", L""));
     EXPECT_EQ(out, L"");
-    gen->SetMITableKeys({Key(L"X", L"K"), Key(L"Y", L"K")});
+    gen->SetMITableKeys({PrimaryKey(kEmp, L"X", L"K"), PrimaryKey(kEmp, L"Y", L"K")});
     EXPECT_TRUE(gen->GeneratePrimaryKey(L"", L"HR", L"EMP", L""));
     EXPECT_EQ(out, kEmpHead + L"\"K\" AS \"K\"\n HAVING ( \"SRC\".\"\".\"HR\".\"EMP\".\"X\",\n"
                               L"\"SRC\".\"\".\"HR\".\"EMP\".\"Y\" );\n");
@@ -293,7 +278,7 @@ TEST_F(ColumnsKeysTest, TableKeysFollowRunsOfNames) {
 
 TEST_F(ColumnsKeysTest, KeyFailureLeavesTheStatementOpen) {
     SourceMetadata source;
-    source.primaryKeys = {Key(L"EMP_ID", L"EMP_PK"), Key(L"DEPT_ID", L"EMP_PK")};
+    source.primaryKeys = {PrimaryKey(kEmp, L"EMP_ID", L"EMP_PK"), PrimaryKey(kEmp, L"DEPT_ID", L"EMP_PK")};
     Use(source, L"HR", L"EMP");
     gen->setCheckColumnVector({L"EMP_ID", L"DEPT_ID"});
     import->FailAt("Get(MIPrimaryKey)", 2);

@@ -2,6 +2,7 @@
 // statements: exact texts, the order of calls on the import source, depth limits, masks,
 // repository checks, source kinds, the table batch and failures in the middle of a listing.
 #include "tests/support/FakeImport.h"
+#include "tests/support/SourceBuilder.h"
 #include "tests/support/TestGenerator.h"
 
 #include <gtest/gtest.h>
@@ -10,46 +11,10 @@ namespace {
 
 constexpr int kAll = 0xffff;
 
-MICatalog Catalog(const wchar_t* name) {
-    MICatalog record;
-    record.catalog_ = name;
-    return record;
-}
-MISchema Schema(const wchar_t* catalog, const wchar_t* schema, const wchar_t* inputMsg = L"") {
-    MISchema record;
-    record.catalog_ = catalog;
-    record.schema_ = schema;
-    record.wsInputMsg_ = inputMsg;
-    return record;
-}
-MITable Table(const wchar_t* catalog, const wchar_t* schema, const wchar_t* table, const wchar_t* uri = L"",
-              const wchar_t* remarks = L"") {
-    MITable record;
-    record.catalog_ = catalog;
-    record.schema_ = schema;
-    record.table_ = table;
-    record.fullyQualifiedName_ = uri;
-    record.remarks_ = remarks;
-    return record;
-}
 // An INT column ID of the table, with its primary key named `keyName`.
-void AddIdColumnAndKey(SourceMetadata& source, const wchar_t* catalog, const wchar_t* schema,
-                       const wchar_t* table, const wchar_t* keyName) {
-    MIColumn column;
-    column.catalog_ = catalog;
-    column.schema_ = schema;
-    column.table_ = table;
-    column.columnName_ = L"ID";
-    column.dataType_ = WyInt4Data;
-    column.precision_ = 10;
-    source.columns.push_back(column);
-    MIPrimaryKey key;
-    key.catalog_ = catalog;
-    key.schema_ = schema;
-    key.table_ = table;
-    key.columnName_ = L"ID";
-    key.primaryKeyName_ = keyName;
-    source.primaryKeys.push_back(key);
+void AddIdColumnAndKey(SourceMetadata& source, const TablePath& table, const wchar_t* keyName) {
+    source.columns.push_back(Column(table, L"ID", WyInt4Data, 10, 0));
+    source.primaryKeys.push_back(PrimaryKey(table, L"ID", keyName));
 }
 
 // Catalog CRM with schema Sales holding Orders; catalog HR with schema Staff holding Emp.
@@ -57,7 +22,8 @@ SourceMetadata TwoCatalogs() {
     SourceMetadata source;
     source.catalogs = {Catalog(L"CRM"), Catalog(L"HR")};
     source.schemas = {Schema(L"CRM", L"Sales"), Schema(L"HR", L"Staff")};
-    source.tables = {Table(L"CRM", L"Sales", L"Orders", L"CRM.Sales.Orders"), Table(L"HR", L"Staff", L"Emp")};
+    source.tables = {Table({L"CRM", L"Sales", L"Orders"}, L"CRM.Sales.Orders"),
+                     Table({L"HR", L"Staff", L"Emp"})};
     return source;
 }
 
@@ -170,18 +136,8 @@ TEST(ContainersTest, SchemaStatementPlainAndWithWebServiceInputMessage) {
 
 TEST(ContainersTest, TableBeyondTheLimitAndWithDepthToSpare) {
     SourceMetadata source = TwoCatalogs();
-    AddIdColumnAndKey(source, L"CRM", L"Sales", L"Orders", L"PK_O");
-    MIForeignKey fk;
-    fk.pkCatalog_ = L"CRM";
-    fk.pkSchema_ = L"Sales";
-    fk.pkTable_ = L"Customers";
-    fk.fkCatalog_ = L"CRM";
-    fk.fkSchema_ = L"Sales";
-    fk.fkTable_ = L"Orders";
-    fk.fkColumnName_ = L"ID";
-    fk.foreignKeyName_ = L"FK_C";
-    fk.primaryKeyName_ = L"PK_C";
-    source.foreignKeys = {fk};
+    AddIdColumnAndKey(source, {L"CRM", L"Sales", L"Orders"}, L"PK_O");
+    source.foreignKeys = {ForeignKey({L"CRM", L"Sales", L"Orders"}, L"ID", L"Customers", L"FK_C", L"PK_C")};
     Harness h(source);
     ASSERT_TRUE(h.Request(kTIDATable, L"CRM", L"Sales", L"Orders", 1, kAll, L"CRM.Sales.Orders"));
     EXPECT_EQ(kOrdersCut, h.Text());
@@ -207,7 +163,7 @@ TEST(ContainersTest, TableBeyondTheLimitAndWithDepthToSpare) {
 TEST(ContainersTest, WholeSchemaWalkCollectsFirstThenWritesSchemasInCaseInsensitiveOrder) {
     SourceMetadata source;
     source.schemas = {Schema(L"CRM", L"Sales"), Schema(L"CRM", L"hr")};
-    source.tables = {Table(L"CRM", L"Sales", L"Orders"), Table(L"CRM", L"Sales", L"Items")};
+    source.tables = {Table({L"CRM", L"Sales", L"Orders"}), Table({L"CRM", L"Sales", L"Items"})};
     Harness h(source);
     ASSERT_TRUE(h.Request(kTIDASchema, L"CRM", L"%", L"%", 2));
     const std::vector<std::string> calls = {
@@ -224,8 +180,8 @@ TEST(ContainersTest, SchemaNamesDifferingInCaseGiveOneStatementAndForeignTablesA
     SourceMetadata source;
     source.schemas = {Schema(L"CRM", L"Sales"), Schema(L"CRM", L"SALES"), Schema(L"CRM", L"S_x")};
     // The pattern "S_x" also lists Sax's table, which is not S_x's: S_x gets nothing at all.
-    source.tables = {Table(L"CRM", L"SALES", L"B"), Table(L"CRM", L"Sales", L"A"),
-                     Table(L"CRM", L"Sax", L"C")};
+    source.tables = {Table({L"CRM", L"SALES", L"B"}), Table({L"CRM", L"Sales", L"A"}),
+                     Table({L"CRM", L"Sax", L"C"})};
     Harness h(source);
     ASSERT_TRUE(h.Request(kTIDASchema, L"CRM", L"%", L"%", 2));
     EXPECT_EQ(kSchSales + CutTable("CRM", "Sales", "A") + CutTable("CRM", "SALES", "B"), h.Text());
@@ -233,7 +189,7 @@ TEST(ContainersTest, SchemaNamesDifferingInCaseGiveOneStatementAndForeignTablesA
 
 TEST(ContainersTest, SourcesWithoutCatalogsOrSchemasListTablesDirectly) {
     SourceMetadata bare;
-    bare.tables = {Table(L"", L"dbo", L"T2"), Table(L"", L"", L"T1")};
+    bare.tables = {Table({L"", L"dbo", L"T2"}), Table({L"", L"", L"T1"})};
     Harness h(bare);
     ASSERT_TRUE(h.Request(kTIDADatabase, L"", L"", L"", -1));
     EXPECT_EQ("\nDECLARE TABLE \"SalesDB\".\"\".\"\".\"T1\" AS \"T1\";\n"
@@ -247,7 +203,7 @@ TEST(ContainersTest, SourcesWithoutCatalogsOrSchemasListTablesDirectly) {
 
     SourceMetadata noSchemas;
     noSchemas.catalogs = {Catalog(L"main")};
-    noSchemas.tables = {Table(L"main", L"", L"T")};
+    noSchemas.tables = {Table({L"main", L"", L"T"})};
     Harness c(noSchemas);
     ASSERT_TRUE(c.Request(kTIDADatabase, L"", L"", L"", -1));
     EXPECT_EQ("\nDECLARE CATALOG \"SalesDB\".\"main\" AS \"main\";\n"
@@ -281,14 +237,14 @@ TEST(ContainersTest, ApplicationFrameworkTablesAreNotCacheableAndRemembered) {
 }
 
 TEST(ContainersTest, WebServiceTableTextsComeFromTheFirstRecordOfExactlyTheTablesName) {
-    MITable decoy = Table(L"CRM", L"Sales", L"OrdersX");
+    MITable decoy = Table({L"CRM", L"Sales", L"OrdersX"});
     decoy.wsXSLT_ = L"decoy";
-    MITable orders = Table(L"CRM", L"Sales", L"Orders");
+    MITable orders = Table({L"CRM", L"Sales", L"Orders"});
     orders.wsXSLT_ = L"<xsl/>";
     orders.wsxsd_ = L"{xsd}";
-    MITable second = Table(L"CRM", L"Sales", L"Orders");
+    MITable second = Table({L"CRM", L"Sales", L"Orders"});
     second.wsXSLT_ = L"second";
-    MITable onlyXsd = Table(L"CRM", L"Sales", L"Items");
+    MITable onlyXsd = Table({L"CRM", L"Sales", L"Items"});
     onlyXsd.wsxsd_ = L"x";
     SourceMetadata source;
     source.tables = {decoy, orders, second, onlyXsd};
@@ -311,8 +267,8 @@ TEST(ContainersTest, PackagedApplicationCatalogWalkRecordsTableRemarksAsDescript
     SourceMetadata source;
     source.packagedApplication = true;
     source.catalogs = {Catalog(L"App")};
-    source.tables = {Table(L"App", L"", L"Acct", L"", L"Accounts {all}"),
-                     Table(L"App", L"", L"Acct", L"", L"later")};
+    source.tables = {Table({L"App", L"", L"Acct"}, L"", L"Accounts {all}"),
+                     Table({L"App", L"", L"Acct"}, L"", L"later")};
     Harness h(source);
     ASSERT_TRUE(h.Request(kTIDADatabase, L"", L"", L"", 3));
     EXPECT_EQ("\nDECLARE CATALOG \"SalesDB\".\"App\" AS \"App\";\n", h.Text());
@@ -332,7 +288,7 @@ TEST(ContainersTest, PackagedApplicationCatalogWalkRecordsTableRemarksAsDescript
 TEST(ContainersTest, TargetTypeZelV2ReadsDescriptionAndFlexfieldCode) {
     SourceMetadata source;
     source.targetType = kZelV2;
-    MITable table = Table(L"CRM", L"", L"Orders", L"", L"All orders");
+    MITable table = Table({L"CRM", L"", L"Orders"}, L"", L"All orders");
     table.effFlexfieldCode_ = L"FF1";
     source.tables = {table};
     Harness h(source);
@@ -349,8 +305,8 @@ TEST(ContainersTest, TargetTypeZelV2ReadsDescriptionAndFlexfieldCode) {
 TEST(ContainersTest, FailureInTheThirdSchemasTableListingKeepsWhatWasRead) {
     SourceMetadata source;
     source.schemas = {Schema(L"CRM", L"A"), Schema(L"CRM", L"B"), Schema(L"CRM", L"C")};
-    source.tables = {Table(L"CRM", L"A", L"TA"), Table(L"CRM", L"B", L"TB"), Table(L"CRM", L"C", L"TC1"),
-                     Table(L"CRM", L"C", L"TC2")};
+    source.tables = {Table({L"CRM", L"A", L"TA"}), Table({L"CRM", L"B", L"TB"}),
+                     Table({L"CRM", L"C", L"TC1"}), Table({L"CRM", L"C", L"TC2"})};
     Harness h(source);
     // Table fetches 1-2 list A, 3-4 list B, 5 gives TC1 and 6 fails.
     h.import.FailAt("Get(MITable)", 6);
@@ -390,9 +346,9 @@ TEST(ContainersTest, FailureWhileWritingASchemaReachesTheRequest) {
 
 TEST(ContainersTest, BatchWritesOneBundlePerNameInSetOrderAndRestoresTheSink) {
     SourceMetadata source;
-    source.tables = {Table(L"CRM", L"Sales", L"alpha"), Table(L"CRM", L"Sales", L"beta"),
-                     Table(L"CRM", L"Sales", L"gamma")};
-    AddIdColumnAndKey(source, L"CRM", L"Sales", L"alpha", L"PK_A");
+    source.tables = {Table({L"CRM", L"Sales", L"alpha"}), Table({L"CRM", L"Sales", L"beta"}),
+                     Table({L"CRM", L"Sales", L"gamma"})};
+    AddIdColumnAndKey(source, {L"CRM", L"Sales", L"alpha"}, L"PK_A");
     Harness h(source);
     h.gen->m_strCatalog = L"CRM";
     h.gen->m_strSchema = L"Sales";
@@ -432,8 +388,8 @@ TEST(ContainersTest, BatchWritesOneBundlePerNameInSetOrderAndRestoresTheSink) {
 
 TEST(ContainersTest, BatchEndsSilentlyAtAFailureAndKeepsTheFinishedBundles) {
     SourceMetadata source;
-    source.tables = {Table(L"CRM", L"Sales", L"alpha"), Table(L"CRM", L"Sales", L"beta"),
-                     Table(L"CRM", L"Sales", L"gamma")};
+    source.tables = {Table({L"CRM", L"Sales", L"alpha"}), Table({L"CRM", L"Sales", L"beta"}),
+                     Table({L"CRM", L"Sales", L"gamma"})};
     Harness h(source, ServerInfo::kCLI_WS);
     h.gen->m_strCatalog = L"CRM";
     h.gen->m_strSchema = L"Sales";

@@ -5,23 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <iostream>
 #include <sstream>
 
 namespace {
-
-// Captures what the generator writes to standard output while it lives.
-class CoutCapture {
-public:
-    CoutCapture() : m_old(std::cout.rdbuf(m_buffer.rdbuf())) {}
-    ~CoutCapture() { std::cout.rdbuf(m_old); }
-    std::string Text() const { return m_buffer.str(); }
-
-private:
-    std::ostringstream m_buffer;
-    std::streambuf* m_old;
-};
 
 struct FrameTest : ::testing::Test {
     FakeImport import;
@@ -29,12 +16,10 @@ struct FrameTest : ::testing::Test {
     std::unique_ptr<TestGenerator> generator = TestGenerator::Over(&import, &output, L"Sales DB");
     WyString error = L"untouched";
 
-    bool Request(TypeID type, int depthLimit, WyString catalog = L"", WyString schema = L"",
-                 WyString table = L"") {
-        if (type == kTIDATable)
-            generator->SetCallInterfaceType(ServerInfo::kCLI_WS); // its table look-up is unguarded
-        return generator->GenerateUdml(type, catalog, schema, table, L"", L"", L"", L"", error, depthLimit,
-                                       0xffff, false);
+    bool TableRequest() {
+        generator->SetCallInterfaceType(ServerInfo::kCLI_WS); // its table look-up is unguarded
+        return generator->GenerateUdml(kTIDATable, L"C", L"S", L"T", L"", L"", L"", L"", error, -1, 0xffff,
+                                       false);
     }
     void WriteOrderLinesPath() {
         WyString schema = L"dbo", catalog, table = L"Order \"Lines\"";
@@ -42,25 +27,40 @@ struct FrameTest : ::testing::Test {
     }
 };
 
-TEST_F(FrameTest, NamePathReachesTheRecordSinkAsTwelveRecords) {
-    VirtualTable records;
-    generator->SetOuput(&records);
-    WriteOrderLinesPath();
-    const std::vector<std::string> expected = {
-        "\"", "Sales DB", "\"", ".\"", "", "\"", ".\"", "dbo", "\"", ".\"", "Order \"\"Lines\"\"", "\""};
-    EXPECT_EQ(expected, records.Records());
-    EXPECT_EQ("\"Sales DB\".\"\".\"dbo\".\"Order \"\"Lines\"\"\"", records.Text());
-}
-
-TEST_F(FrameTest, EverySinkReceivesTheSameText) {
+TEST_F(FrameTest, EverySinkReceivesTheSameTextInTheSameRecords) {
     const std::string expected = "\"Sales DB\".\"\".\"dbo\".\"Order \"\"Lines\"\"\"";
     WriteOrderLinesPath();
     EXPECT_EQ(expected, Utf8(output));
 
-    CoutCapture capture;
+    VirtualTable records;
+    generator->SetOuput(&records);
+    WriteOrderLinesPath();
+    EXPECT_EQ((std::vector<std::string>{"\"", "Sales DB", "\"", ".\"", "", "\"", ".\"", "dbo", "\"", ".\"",
+                                        "Order \"\"Lines\"\"", "\""}),
+              records.Records());
+    VirtualTable qualified;
+    generator->SetOuput(&qualified);
+    generator->OutputQualifiedWyString(L"q", L"n", true);
+    generator->OutputQualifiedWyString(L"q", L"n", false);
+    EXPECT_EQ((std::vector<std::string>{"q", ".", "n", "n"}), qualified.Records());
+
+    std::ostringstream captured;
+    std::streambuf* old = std::cout.rdbuf(captured.rdbuf());
     generator->SetOuputStdOut();
     WriteOrderLinesPath();
-    EXPECT_EQ(expected, capture.Text());
+    std::cout.rdbuf(old);
+    EXPECT_EQ(expected, captured.str());
+
+    // Without a sink, or with an unknown kind, nothing is written but names are still quoted.
+    output.clear();
+    generator->SetOuput(&output);
+    generator->m_nOutputType = CUdmlGenerator::oNothing;
+    WriteOrderLinesPath();
+    generator->m_nOutputType = static_cast<CUdmlGenerator::OutputType>(3);
+    generator->OutputCString("x");
+    EXPECT_EQ(L"", output);
+    WyString part = L"p";
+    EXPECT_EQ(L"\"p\"", generator->GenerateQualifiedUDMLStr(&part, nullptr));
 }
 
 TEST_F(FrameTest, NamePathEdges) {
@@ -79,13 +79,10 @@ TEST_F(FrameTest, NonAsciiTextIsConvertedToUtf8ForByteSinks) {
     generator->OutputWyString(L"Größe");
     generator->OutputWyString(L"");
     generator->OutputWyString(WyString(1, static_cast<wchar_t>(0xD800)) + L"\U0001F600");
-    ASSERT_EQ(3u, records.Records().size());
-    EXPECT_EQ("Gr\xC3\xB6\xC3\x9F"
-              "e",
-              records.Records()[0]);
-    EXPECT_EQ(7u, records.Records()[0].size());
-    EXPECT_EQ("", records.Records()[1]); // an empty piece is still one record
-    EXPECT_EQ("\xEF\xBF\xBD\xF0\x9F\x98\x80", records.Records()[2]);
+    EXPECT_EQ((std::vector<std::string>{"Gr\xC3\xB6\xC3\x9F"
+                                        "e",
+                                        "", "\xEF\xBF\xBD\xF0\x9F\x98\x80"}),
+              records.Records()); // an empty piece is still one record
 
     generator->SetOuput(&output);
     generator->OutputCString("Gr\xC3\xB6\xC3\x9F"
@@ -93,31 +90,11 @@ TEST_F(FrameTest, NonAsciiTextIsConvertedToUtf8ForByteSinks) {
     EXPECT_EQ(L"Größe \uFFFD!", output);
 }
 
-TEST_F(FrameTest, NoSinkWritesNothing) {
-    generator->m_nOutputType = CUdmlGenerator::oNothing;
-    WriteOrderLinesPath();
-    generator->m_nOutputType = static_cast<CUdmlGenerator::OutputType>(3);
-    generator->OutputCString("x");
-    generator->OutputQualifiedWyString(L"q", L"n", true);
-    EXPECT_EQ(L"", output);
-    WyString part = L"p";
-    EXPECT_EQ(L"\"p\"", generator->GenerateQualifiedUDMLStr(&part, nullptr));
-}
-
-TEST_F(FrameTest, QualifiedOutputWritesThreeRecordsOrOne) {
-    VirtualTable records;
-    generator->SetOuput(&records);
-    generator->OutputQualifiedWyString(L"q", L"n", true);
-    generator->OutputQualifiedWyString(L"q", L"n", false);
-    EXPECT_EQ((std::vector<std::string>{"q", ".", "n", "n"}), records.Records());
-}
-
 TEST_F(FrameTest, RequestWithoutImportSourceFailsQuietly) {
     TestGenerator lonely;
-    WyString text = L"before";
     EXPECT_FALSE(
-        lonely.GenerateUdml(kTIDADatabase, L"", L"", L"", L"", L"", L"", L"", text, -1, 0xffff, false));
-    EXPECT_EQ(L"before", text);
+        lonely.GenerateUdml(kTIDADatabase, L"", L"", L"", L"", L"", L"", L"", error, -1, 0xffff, false));
+    EXPECT_EQ(L"untouched", error);
 }
 
 TEST_F(FrameTest, DepthLimitBelowOneReturnsAtOnceKeepingThePath) {
@@ -138,46 +115,42 @@ TEST_F(FrameTest, DepthLimitBelowOneReturnsAtOnceKeepingThePath) {
 }
 
 TEST_F(FrameTest, UnknownObjectTypeSucceedsWithoutOutputButTakesThePath) {
-    EXPECT_TRUE(Request(kTIDTable, -1, L"C", L"S", L"T"));
-    EXPECT_EQ(L"C", generator->m_strCatalog);
-    EXPECT_EQ(L"S", generator->m_strSchema);
-    EXPECT_EQ(L"T", generator->m_strTable);
+    EXPECT_TRUE(
+        generator->GenerateUdml(kTIDTable, L"C", L"S", L"T", L"", L"", L"", L"", error, -1, 0xffff, false));
+    EXPECT_EQ(L"C|S|T",
+              generator->m_strCatalog + L"|" + generator->m_strSchema + L"|" + generator->m_strTable);
     EXPECT_EQ(L"", output);
-    EXPECT_EQ(0, generator->m_nDepth);
 }
 
-TEST_F(FrameTest, DriverErrorBecomesOneLinePerMessage) {
-    import.FailAt("PrepareForTable(", 1, {L"M1", L"M2"});
-    EXPECT_FALSE(Request(kTIDATable, -1, L"C", L"S", L"T"));
-    EXPECT_EQ(L"M1\nM2\n", error);
-    EXPECT_EQ(0, generator->m_nDepth);
-}
-
-TEST_F(FrameTest, ErrorWithoutMessagesEmptiesTheErrorText) {
-    import.FailAt("PrepareForTable(", 1, {});
-    EXPECT_FALSE(Request(kTIDATable, -1, L"C", L"S", L"T"));
-    EXPECT_EQ(L"", error);
-}
-
-TEST_F(FrameTest, LongMessagesArriveWhole) {
+TEST_F(FrameTest, FailuresReachTheErrorTextOneLinePerMessage) {
     const WyString longMessage(600, L'x');
-    import.FailAt("PrepareForTable(", 1, {longMessage});
-    EXPECT_FALSE(Request(kTIDATable, -1, L"C", L"S", L"T"));
-    WyString joined;
-    for (wchar_t c : error)
-        if (c != L'\n')
-            joined += c;
-    EXPECT_EQ(longMessage, joined); // split into lines of at most 254 units, nothing lost
-}
+    struct Case {
+        std::vector<WyString> messages;
+        WyString expected;
+    };
+    // A long message comes in lines of at most 254 units, with nothing lost.
+    std::wstring longLines;
+    for (size_t at = 0; at < longMessage.size(); at += 254)
+        longLines += longMessage.substr(at, 254) + L"\n";
+    const Case cases[] = {{{L"M1", L"M2"}, L"M1\nM2\n"}, {{}, L""}, {{longMessage}, longLines}};
+    for (const Case& c : cases) {
+        error = L"untouched";
+        import.FailAt("PrepareForTable(", 1, c.messages);
+        EXPECT_FALSE(TableRequest());
+        EXPECT_EQ(c.expected, error);
+        EXPECT_EQ(0, generator->m_nDepth);
+    }
 
-TEST_F(FrameTest, OtherExceptionsFailWithoutTouchingTheErrorText) {
+    // Any other exception fails the request without touching the error text.
+    error = L"untouched";
     import.FailWithOtherAt("PrepareForTable(", 1);
-    EXPECT_FALSE(Request(kTIDATable, -1, L"C", L"S", L"T"));
+    EXPECT_FALSE(TableRequest());
     EXPECT_EQ(L"untouched", error);
     EXPECT_EQ(0, generator->m_nDepth);
 }
 
-TEST(FrameConnection, HandedInSourceStaysTheHostsUntilDisconnect) {
+// The source handed to a generator stays the host's: only Disconnect or Connect closes and deletes it.
+TEST(FrameConnection, HandedInSourceStaysTheHostsUntilDisconnectOrConnect) {
     auto counters = std::make_shared<FakeImport::Counters>();
     auto* import = new FakeImport();
     import->SetCounters(counters);
@@ -196,20 +169,16 @@ TEST(FrameConnection, HandedInSourceStaysTheHostsUntilDisconnect) {
     }
     EXPECT_EQ(1, counters->closed);
     EXPECT_EQ(1, counters->destroyed);
-}
 
-TEST(FrameConnection, ConnectReplacesTheAttachedSource) {
-    auto counters = std::make_shared<FakeImport::Counters>();
-    auto* import = new FakeImport();
+    import = new FakeImport();
     import->SetCounters(counters);
     TestGenerator generator(nullptr, import, L"", L"DB", L"", L"", static_cast<CLIType>(77));
     EXPECT_FALSE(generator.Connect(L"src", L"user", L"pw")); // no driver for type 77
     EXPECT_FALSE(generator.IsConnected());
-    EXPECT_EQ(1, counters->closed);
-    EXPECT_EQ(1, counters->destroyed);
-    EXPECT_EQ(L"src", generator.GetSource());
-    EXPECT_EQ(L"user", generator.GetUser());
-    EXPECT_EQ(L"pw", generator.GetPassword());
+    EXPECT_EQ(2, counters->closed);
+    EXPECT_EQ(2, counters->destroyed);
+    EXPECT_EQ(L"src|user|pw",
+              generator.GetSource() + L"|" + generator.GetUser() + L"|" + generator.GetPassword());
 }
 
 TEST(FrameConnection, OwnSourceIsClosedAndDestroyedWithTheGenerator) {
@@ -223,25 +192,12 @@ TEST(FrameConnection, OwnSourceIsClosedAndDestroyedWithTheGenerator) {
     }
     EXPECT_EQ(1, counters->closed);
     EXPECT_EQ(1, counters->destroyed);
-}
 
-TEST(FrameConnection, SourceThatFailsToOpenStaysAttached) {
-    TestGenerator generator;
     // The ODBC source exists for the default call interface; a data source that cannot exist
     // fails to open, and the generator still counts as connected.
+    TestGenerator generator;
     EXPECT_TRUE(generator.Connect(L"udmlgen-no-such-dsn", L"", L""));
     EXPECT_TRUE(generator.IsConnected());
-}
-
-TEST(FrameConnection, DefaultsAfterConstruction) {
-    TestGenerator generator;
-    EXPECT_EQ(ServerInfo::kCLI_ODBC350, generator.GetCallInterfaceType());
-    EXPECT_EQ(CUdmlGenerator::oNothing, generator.GetOutputType());
-    EXPECT_EQ(0xffff, generator.m_fGenerate);
-    EXPECT_EQ(1, generator.m_tableType);
-    EXPECT_EQ(-1, generator.m_nDepthLimit);
-    EXPECT_EQ(nullptr, generator.m_parrayForeignKeys);
-    EXPECT_FALSE(generator.IsSynonymBranch());
 }
 
 } // namespace

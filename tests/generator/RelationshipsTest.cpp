@@ -1,6 +1,7 @@
 // Foreign-key statements and their collection, the view-link restriction by application module,
 // and the join statements written from view links.
 #include "tests/support/FakeImport.h"
+#include "tests/support/SourceBuilder.h"
 #include "tests/support/TestGenerator.h"
 
 #include <gtest/gtest.h>
@@ -9,17 +10,7 @@ namespace {
 
 MIForeignKey Fk(const WyString& pkTable, const WyString& fkColumn, const WyString& name = L"",
                 const WyString& pkName = L"", const WyString& fkTable = L"ORDERS") {
-    MIForeignKey key;
-    key.pkCatalog_ = L"SALES";
-    key.pkSchema_ = L"DBO";
-    key.pkTable_ = pkTable;
-    key.fkCatalog_ = L"SALES";
-    key.fkSchema_ = L"DBO";
-    key.fkTable_ = fkTable;
-    key.fkColumnName_ = fkColumn;
-    key.foreignKeyName_ = name;
-    key.primaryKeyName_ = pkName;
-    return key;
+    return ForeignKey({L"SALES", L"DBO", fkTable}, fkColumn, pkTable, name, pkName);
 }
 
 // The names after " AS \"" of collected foreign-key statements.
@@ -150,12 +141,8 @@ TEST_F(ForeignKeyTest, CollectingEveryTableFollowsTheWalk) {
     MIForeignKeyVector keys = Example();
     keys.push_back(Fk(L"ORDERS", L"ORDER_ID", L"FK_LINE_ORDER", L"", L"LINES"));
     SourceMetadata metadata;
-    WyString catalog = L"SALES", schema = L"DBO", type = L"TABLE";
-    metadata.catalogs.emplace_back(catalog);
-    for (const wchar_t* name : {L"ORDERS", L"LINES"}) {
-        WyString table = name;
-        metadata.tables.emplace_back(catalog, schema, table, type);
-    }
+    metadata.catalogs = {Catalog(L"SALES")};
+    metadata.tables = {Table({L"SALES", L"DBO", L"ORDERS"}), Table({L"SALES", L"DBO", L"LINES"})};
     Start(keys, L"ORDERS", metadata);
     WyStringVector collected{L"kept"};
     ASSERT_TRUE(generator->GenerateAllForeignKeys(&collected));
@@ -207,13 +194,6 @@ TEST(ViewLinkRestrictionTest, ModulesAdmitViewObjectsByNamePrefixIgnoringCase) {
                      .IsViewLinkProhibited(MIViewLink{L"", L"SharedCodeView", L"X", 0, {}, {}}));
     EXPECT_FALSE(ViewLinkRestrictHelper(nullptr, L"AppDB")
                      .IsViewLinkProhibited(MIViewLink{L"", L"SharedCodeView", L"X", 0, {}, {}}));
-}
-
-TEST(ViewLinkRestrictionTest, HashIsFnv1aOverLowerCasedUnitsIn64Bits) {
-    WyStringCaseInsensitiveHash hash;
-    EXPECT_EQ(hash(L""), size_t{2166136261u});
-    EXPECT_EQ(hash(L"A"), size_t{(2166136261ULL ^ 0x61) * 16777619ULL});
-    EXPECT_EQ(hash(L"HrEmpVIEW"), hash(L"hrempview"));
 }
 
 // ---------------------------------------------------------------------------------------------

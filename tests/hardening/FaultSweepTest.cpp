@@ -115,19 +115,19 @@ SweepCount Sweep(CLIType cliType) {
     EXPECT_TRUE(expected.result);
     EXPECT_EQ(expected.error, L"(untouched)");
     EXPECT_NE(expected.output.find(L"DECLARE FOREIGN KEY"), WyString::npos) << "the test data lost its keys";
-    const std::vector<std::string> log = reference.faulty.Log();
+    const std::vector<std::string> log = reference.faulty.Calls();
     EXPECT_GT(log.size(), 100u);
 
     for (size_t n = 1; n <= log.size(); ++n) {
         SCOPED_TRACE("fault at call " + std::to_string(n) + ": " + log[n - 1]);
         Walk walk(metadata, cliType);
         const WyString message = L"injected fault " + std::to_wstring(n);
-        walk.faulty.FailAt(static_cast<int>(n), "", message);
+        walk.faulty.FailAt("", static_cast<int>(n), {message});
 
         const Outcome broken = RunDatabaseRequest(*walk.generator, walk.sink);
         ++count.injected;
         EXPECT_TRUE(walk.faulty.Fired());
-        if (walk.faulty.Log().size() < n || walk.faulty.Log()[n - 1] != log[n - 1]) {
+        if (walk.faulty.Calls().size() < n || walk.faulty.Calls()[n - 1] != log[n - 1]) {
             ADD_FAILURE() << "the walk took another road before the fault";
             break;
         }

@@ -1,5 +1,6 @@
 // Helpers of the hardening tests.
 #include "HardeningSupport.h"
+#include "support/SourceBuilder.h"
 
 #include <vector>
 
@@ -7,20 +8,6 @@ namespace {
 
 WyString Name(const wchar_t* prefix, int n) {
     return prefix + std::to_wstring(n);
-}
-
-MIColumn Column(const MITable& table, const wchar_t* name, WyDataType type, uint32 precision,
-                uint16 nullable) {
-    MIColumn column;
-    column.catalog_ = table.catalog_;
-    column.schema_ = table.schema_;
-    column.table_ = table.table_;
-    column.columnName_ = name;
-    column.dataType_ = type;
-    column.precision_ = precision;
-    column.length_ = precision;
-    column.nullable_ = nullable;
-    return column;
 }
 
 // Statements begin with "\nDECLARE "; the pieces before the first one (normally none) form a
@@ -52,47 +39,22 @@ bool EndsWith(const std::string& text, const std::string& tail) {
 SourceMetadata LargeSource(int catalogs, int schemasPerCatalog, int tablesPerSchema) {
     SourceMetadata source;
     for (int c = 0; c < catalogs; ++c) {
-        MICatalog catalog;
-        catalog.catalog_ = Name(L"Cat", c);
-        source.catalogs.push_back(catalog);
+        source.catalogs.push_back(Catalog(Name(L"Cat", c)));
         for (int s = 0; s < schemasPerCatalog; ++s) {
-            MISchema schema;
-            schema.catalog_ = catalog.catalog_;
-            schema.schema_ = Name(L"Schema", s);
-            source.schemas.push_back(schema);
+            source.schemas.push_back(Schema(Name(L"Cat", c), Name(L"Schema", s)));
             for (int t = 0; t < tablesPerSchema; ++t) {
-                MITable table;
-                table.catalog_ = catalog.catalog_;
-                table.schema_ = schema.schema_;
-                table.table_ = Name(L"T", t);
-                table.tableType_ = L"TABLE";
-                table.remarks_ = L"table {" + std::to_wstring(t) + L"}";
-                source.tables.push_back(table);
-                source.columns.push_back(Column(table, L"ID", WyInt4Data, 10, 0));
-                source.columns.push_back(Column(table, L"ParentID", WyInt4Data, 10, 1));
-                source.columns.push_back(Column(table, L"Name", WyVarCharData, 80, 1));
-                source.columns.push_back(Column(table, L"Amount", WyDecimalData, 12, 1));
-                source.columns.push_back(Column(table, L"Created", WyTimeStampData, 26, 0));
-                MIPrimaryKey key;
-                key.catalog_ = table.catalog_;
-                key.schema_ = table.schema_;
-                key.table_ = table.table_;
-                key.columnName_ = L"ID";
-                key.keySequence_ = 1;
-                key.primaryKeyName_ = L"PK_" + table.table_;
-                source.primaryKeys.push_back(key);
+                const TablePath path{Name(L"Cat", c), Name(L"Schema", s), Name(L"T", t)};
+                source.tables.push_back(Table(path, L"", L"table {" + std::to_wstring(t) + L"}"));
+                source.columns.push_back(Column(path, L"ID", WyInt4Data, 10, 0));
+                source.columns.push_back(Column(path, L"ParentID", WyInt4Data, 10, 1));
+                source.columns.push_back(Column(path, L"Name", WyVarCharData, 80, 1));
+                source.columns.push_back(Column(path, L"Amount", WyDecimalData, 12, 1));
+                source.columns.push_back(Column(path, L"Created", WyTimeStampData, 26, 0));
+                source.primaryKeys.push_back(PrimaryKey(path, L"ID", L"PK_" + path.table));
                 if (t > 0) {
-                    MIForeignKey foreignKey;
-                    foreignKey.pkCatalog_ = foreignKey.fkCatalog_ = table.catalog_;
-                    foreignKey.pkSchema_ = foreignKey.fkSchema_ = table.schema_;
-                    foreignKey.pkTable_ = Name(L"T", t - 1);
-                    foreignKey.pkColumnName_ = L"ID";
-                    foreignKey.fkTable_ = table.table_;
-                    foreignKey.fkColumnName_ = L"ParentID";
-                    foreignKey.keySequence_ = 1;
-                    foreignKey.foreignKeyName_ = L"FK_" + table.table_;
-                    foreignKey.primaryKeyName_ = L"PK_" + foreignKey.pkTable_;
-                    source.foreignKeys.push_back(foreignKey);
+                    source.foreignKeys.push_back(ForeignKey(path, L"ParentID", Name(L"T", t - 1),
+                                                            L"FK_" + path.table, L"PK_" + Name(L"T", t - 1)));
+                    source.foreignKeys.back().pkColumnName_ = L"ID";
                 }
             }
         }

@@ -1,15 +1,34 @@
-// The fault-injecting wrapper: every call is logged and counted before it is forwarded, so the
+// The fault-injecting wrapper: every call is logged and counted before it is forwarded, so an
 // armed fault fires before the wrapped source moves (a failed fetch consumes no record).
 #include "FaultInjectingImport.h"
 
 #include "platform/BaseStringUtil.h"
 
-void FaultInjectingImport::FailAt(int nth, const std::string& operation, const WyString& message) {
-    m_nth = nth;
-    m_operation = operation;
-    m_message = message;
-    m_seen = 0;
-    m_fired = false;
+#include <stdexcept>
+
+std::string Utf8(const WyString& text) {
+    return BaseStringUtil::StringToStdString(text, SystemUtility::GetMultiByteCodePage());
+}
+
+FaultInjectingImport::~FaultInjectingImport() {
+    if (m_counters)
+        ++m_counters->destroyed;
+}
+
+std::vector<std::string> FaultInjectingImport::CallsStartingWith(const std::string& prefix) const {
+    std::vector<std::string> calls;
+    for (const std::string& call : m_calls)
+        if (call.compare(0, prefix.size(), prefix) == 0)
+            calls.push_back(call);
+    return calls;
+}
+
+void FaultInjectingImport::FailAt(const std::string& callPrefix, int nth, std::vector<WyString> messages) {
+    m_faults.push_back(Fault{callPrefix, nth, std::move(messages), false});
+}
+
+void FaultInjectingImport::FailWithOtherAt(const std::string& callPrefix, int nth) {
+    m_faults.push_back(Fault{callPrefix, nth, {}, true});
 }
 
 void FaultInjectingImport::Enter(const std::string& name, const std::vector<WyString>& args) {
@@ -23,13 +42,19 @@ void FaultInjectingImport::Enter(const std::string& name, const std::vector<WySt
         }
         call += ')';
     }
-    m_log.push_back(call);
-    if (m_nth <= 0 || (!m_operation.empty() && m_operation != name))
-        return;
-    if (++m_seen == m_nth) {
-        m_nth = 0;
+    m_calls.push_back(call);
+    for (Fault& fault : m_faults) {
+        if (fault.remaining <= 0 || call.compare(0, fault.prefix.size(), fault.prefix) != 0)
+            continue;
+        if (--fault.remaining > 0)
+            continue;
         m_fired = true;
-        throw ErrorMessage(m_message);
+        if (fault.otherException)
+            throw std::runtime_error("injected exception at " + call);
+        ErrorMessage error;
+        for (const WyString& message : fault.messages)
+            error.AddMessage(message);
+        throw error;
     }
 }
 
@@ -41,10 +66,16 @@ WyString Number(int value) {
 
 void FaultInjectingImport::OpenConnection(WyString& source, WyString& user, WyString& password, bool flag) {
     Enter("OpenConnection", {source, user});
+    if (m_counters)
+        ++m_counters->opened;
+    if (!m_openFailure.empty())
+        throw ErrorMessage(m_openFailure);
     m_inner.OpenConnection(source, user, password, flag);
 }
 void FaultInjectingImport::CloseConnection() {
     Enter("CloseConnection");
+    if (m_counters)
+        ++m_counters->closed;
     m_inner.CloseConnection();
 }
 void FaultInjectingImport::SetTargetType(TargetType type) {
@@ -216,7 +247,7 @@ bool FaultInjectingImport::GetTavrinEAI() {
     return m_inner.GetTavrinEAI();
 }
 void FaultInjectingImport::GetPickList(MIColumn& column) {
-    Enter("GetPickList", {column.picklistName});
+    Enter("GetPickList", {column.columnName_});
     m_inner.GetPickList(column);
 }
 void FaultInjectingImport::PrepareForViewLink() {

@@ -1,9 +1,11 @@
-// An import source that wraps another and fails on cue: it forwards every call, counts it, and
-// raises ErrorMessage at a chosen call, so tests can break a walk at every point it reads from.
+// The one scriptable import source of the tests: it wraps any source (in-memory, snapshot, ODBC),
+// logs every call it forwards and raises a failure at chosen calls, so a test can break a walk at
+// any point it reads from and see exactly what the walk asked for.
 #pragma once
 
 #include "import/MIMetaDataImport.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,21 +13,38 @@ class FaultInjectingImport : public MIMetaDataImport {
 public:
     /// Wraps `inner`, which stays the caller's and must outlive this source.
     explicit FaultInjectingImport(MIMetaDataImport& inner) : m_inner(inner) {}
+    ~FaultInjectingImport() override;
 
-    /// Arms one fault: the `nth` (1-based) call of `operation` raises ErrorMessage holding
-    /// `message` instead of reaching the wrapped source. `operation` is a call's name as logged
-    /// ("PrepareForTable", "Get(MIColumn)"); the empty text counts every call. Replaces any armed
-    /// fault and restarts its count, but keeps the call log.
-    void FailAt(int nth, const std::string& operation, const WyString& message);
-    /// Disarms the fault; later calls all reach the wrapped source.
-    void Disarm() { m_nth = 0; }
-    /// True once the armed fault has been raised.
+    /// Every call received since the last ClearCalls, in order, as "Name(arg,arg,...)" with texts
+    /// in UTF-8 ("PrepareForTable(CRM,%,%,1)", "Get(MITable)", "GetFeatures()"), failing ones
+    /// included. GetPickList logs the column's name.
+    const std::vector<std::string>& Calls() const { return m_calls; }
+    /// The logged calls whose text begins with `prefix`.
+    std::vector<std::string> CallsStartingWith(const std::string& prefix) const;
+    void ClearCalls() { m_calls.clear(); }
+
+    /// Arms a fault: the `nth` (1-based) call whose logged text begins with `callPrefix`
+    /// ("Get(MITable)", "PrepareForColumn(,Sales,Orders,"; "" counts every call) raises
+    /// ErrorMessage holding `messages` instead of reaching the wrapped source. Faults add up;
+    /// each fires once.
+    void FailAt(const std::string& callPrefix, int nth,
+                std::vector<WyString> messages = {L"injected failure"});
+    /// Like FailAt, but raises a std::runtime_error.
+    void FailWithOtherAt(const std::string& callPrefix, int nth);
+    /// Disarms every fault; later calls all reach the wrapped source.
+    void Disarm() { m_faults.clear(); }
+    /// True once any armed fault has been raised.
     bool Fired() const { return m_fired; }
 
-    /// Every call received since the last ClearLog, in order, as "Name(arg,arg,...)" with texts in
-    /// UTF-8 ("PrepareForTable(CRM,%,%,1)", "Get(MITable)"), the failing one included.
-    const std::vector<std::string>& Log() const { return m_log; }
-    void ClearLog() { m_log.clear(); }
+    /// Counters shared with the test, so they outlive the source (destruction is counted too).
+    struct Counters {
+        int opened = 0;
+        int closed = 0;
+        int destroyed = 0;
+    };
+    void SetCounters(std::shared_ptr<Counters> counters) { m_counters = std::move(counters); }
+    /// OpenConnection raises ErrorMessage with this message when not empty.
+    void FailOpenWith(const WyString& message) { m_openFailure = message; }
 
     void OpenConnection(WyString& source, WyString& user, WyString& password, bool flag) override;
     void CloseConnection() override;
@@ -84,14 +103,22 @@ public:
     void GetTargetDBType(TargetType& type) override;
 
 private:
-    /// Logs the call and raises the armed fault when this call is the one.
+    struct Fault {
+        std::string prefix;
+        int remaining;
+        std::vector<WyString> messages;
+        bool otherException;
+    };
+    /// Logs the call and raises the first armed fault whose count this call completes.
     void Enter(const std::string& name, const std::vector<WyString>& args = {});
 
     MIMetaDataImport& m_inner;
-    std::vector<std::string> m_log;
-    std::string m_operation;
-    int m_nth = 0;
-    int m_seen = 0;
+    std::vector<std::string> m_calls;
+    std::vector<Fault> m_faults;
     bool m_fired = false;
-    WyString m_message;
+    std::shared_ptr<Counters> m_counters;
+    WyString m_openFailure;
 };
+
+/// UTF-8 form of a wide text, for readable test failures.
+std::string Utf8(const WyString& text);
