@@ -3,6 +3,8 @@
 // is then walked field by field against the record layouts, failing on anything not expected.
 #include "import/snapshot/SnapshotImport.h"
 
+#include "import/snapshot/SnapshotFields.h"
+
 #include "platform/BaseStringUtil.h"
 #include "platform/SystemUtility.h"
 
@@ -15,12 +17,13 @@
 #include <limits>
 #include <string_view>
 #include <unordered_set>
+#include <variant>
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr const char kFormatName[] = "udml-snapshot-1";
+using snapshot_fields::kFormatName;
 
 // One step from a container to a value inside it: a field name, or an index when `key` is null.
 struct PathStep {
@@ -280,27 +283,13 @@ public:
         Fields(root, top, [&](const std::string& key, const Json& value, const Path& path) {
             if (key == "format")
                 return true;
-            if (key == "source")
-                ReadSource(value, path, metadata);
-            else if (key == "catalogs")
-                ReadList(value, path, metadata.catalogs, &SnapshotWalker::ReadCatalog);
-            else if (key == "schemas")
-                ReadList(value, path, metadata.schemas, &SnapshotWalker::ReadSchema);
-            else if (key == "tables")
-                ReadList(value, path, metadata.tables, &SnapshotWalker::ReadTable);
-            else if (key == "columns")
-                ReadList(value, path, metadata.columns, &SnapshotWalker::ReadColumn);
-            else if (key == "primaryKeys")
-                ReadList(value, path, metadata.primaryKeys, &SnapshotWalker::ReadPrimaryKey);
-            else if (key == "foreignKeys")
-                ReadList(value, path, metadata.foreignKeys, &SnapshotWalker::ReadForeignKey);
-            else if (key == "pickLists")
-                ReadPickLists(value, path, metadata.pickLists);
-            else if (key == "viewLinks")
-                ReadList(value, path, metadata.viewLinks, &SnapshotWalker::ReadViewLink);
-            else
-                return false;
-            return true;
+            for (const snapshot_fields::SectionEntry& entry : snapshot_fields::kSections)
+                if (key == entry.name) {
+                    std::visit([&](auto section) { ReadSection(value, path, metadata, section); },
+                               entry.section);
+                    return true;
+                }
+            return false;
         });
         return metadata;
     }
@@ -322,26 +311,42 @@ private:
         }
     }
 
-    template <class Record>
-    void ReadList(const Json& array, const Path& path, std::vector<Record>& out,
-                  Record (SnapshotWalker::*readOne)(const Json&, const Path&) const) const {
-        RequireKind(array, path, array.is_array(), "an array");
-        out.reserve(array.size());
-        for (size_t index = 0; index < array.size(); ++index)
-            out.push_back((this->*readOne)(array[index], path.Element(index)));
+    // Fills the fields of `record` that the object names; the others keep their fresh values.
+    template <class Record> void ReadFields(const Json& object, const Path& path, Record& record) const {
+        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
+            for (const snapshot_fields::Field<Record>& field : snapshot_fields::Layout<Record>::kFields)
+                if (key == field.name) {
+                    std::visit([&](auto member) { Read(value, fieldPath, record.*member); }, field.member);
+                    return true;
+                }
+            return false;
+        });
     }
 
-    void Text(const Json& value, const Path& path, WyString& out) const {
+    template <class Record> void Read(const Json& array, const Path& path, std::vector<Record>& out) const {
+        RequireKind(array, path, array.is_array(), "an array");
+        out.reserve(array.size());
+        for (size_t index = 0; index < array.size(); ++index) {
+            out.emplace_back();
+            ReadFields(array[index], path.Element(index), out.back());
+        }
+    }
+
+    void Read(const Json& value, const Path& path, WyString& out) const {
         RequireKind(value, path, value.is_string(), "a string");
         const std::string& utf8 = value.get_ref<const std::string&>();
         out.clear();
         BaseStringUtil::AppendFromUtf8(utf8.data(), utf8.size(), out);
     }
 
-    void Flag(const Json& value, const Path& path, bool& out) const {
+    void Read(const Json& value, const Path& path, bool& out) const {
         RequireKind(value, path, value.is_boolean(), "true or false");
         out = value.get<bool>();
     }
+
+    void Read(const Json& value, const Path& path, uint16& out) const { Integer(value, path, out); }
+    void Read(const Json& value, const Path& path, uint32& out) const { Integer(value, path, out); }
+    void Read(const Json& value, const Path& path, int32_t& out) const { Integer(value, path, out); }
 
     template <class Int> void Integer(const Json& value, const Path& path, Int& out) const {
         using Limits = std::numeric_limits<Int>;
@@ -357,10 +362,10 @@ private:
         out = value.get<Int>();
     }
 
-    void DataType(const Json& value, const Path& path, WyDataType& out) const {
+    void Read(const Json& value, const Path& path, WyDataType& out) const {
         if (value.is_string()) {
             WyString name;
-            Text(value, path, name);
+            Read(value, path, name);
             if (!WyDataTypeFromName(name, out))
                 Fail(m_fileName, path.Render(), "unknown data type name " + value.dump());
             return;
@@ -371,253 +376,31 @@ private:
         out = static_cast<WyDataType>(number);
     }
 
-    void TextList(const Json& array, const Path& path, WyStringVector& out) const {
+    void Read(const Json& array, const Path& path, WyStringVector& out) const {
         RequireKind(array, path, array.is_array(), "an array");
         out.assign(array.size(), WyString());
         for (size_t index = 0; index < array.size(); ++index)
-            Text(array[index], path.Element(index), out[index]);
+            Read(array[index], path.Element(index), out[index]);
     }
 
-    void ReadSource(const Json& object, const Path& path, SourceMetadata& metadata) const {
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "callInterface")
-                Integer(value, fieldPath, metadata.callInterface);
-            else if (key == "targetType")
-                Integer(value, fieldPath, metadata.targetType);
-            else if (key == "packagedApplication")
-                Flag(value, fieldPath, metadata.packagedApplication);
-            else if (key == "eai")
-                Flag(value, fieldPath, metadata.eai);
-            else
-                return false;
-            return true;
-        });
+    void ReadSection(const Json& value, const Path& path, SourceMetadata& metadata,
+                     snapshot_fields::SourceHeader) const {
+        ReadFields(value, path, metadata);
     }
 
-    MICatalog ReadCatalog(const Json& object, const Path& path) const {
-        MICatalog record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "catalog")
-                Text(value, fieldPath, record.catalog_);
-            else if (key == "remarks")
-                Text(value, fieldPath, record.remarks_);
-            else
-                return false;
-            return true;
-        });
-        return record;
+    template <class List>
+    void ReadSection(const Json& value, const Path& path, SourceMetadata& metadata,
+                     List SourceMetadata::*member) const {
+        Read(value, path, metadata.*member);
     }
 
-    MISchema ReadSchema(const Json& object, const Path& path) const {
-        MISchema record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "catalog")
-                Text(value, fieldPath, record.catalog_);
-            else if (key == "schema")
-                Text(value, fieldPath, record.schema_);
-            else if (key == "remarks")
-                Text(value, fieldPath, record.remarks_);
-            else if (key == "wsInputMsg")
-                Text(value, fieldPath, record.wsInputMsg_);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    MITable ReadTable(const Json& object, const Path& path) const {
-        MITable record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "catalog")
-                Text(value, fieldPath, record.catalog_);
-            else if (key == "schema")
-                Text(value, fieldPath, record.schema_);
-            else if (key == "table")
-                Text(value, fieldPath, record.table_);
-            else if (key == "tableType")
-                Text(value, fieldPath, record.tableType_);
-            else if (key == "remarks")
-                Text(value, fieldPath, record.remarks_);
-            else if (key == "fullyQualifiedName")
-                Text(value, fieldPath, record.fullyQualifiedName_);
-            else if (key == "userName")
-                Text(value, fieldPath, record.userName_);
-            else if (key == "wsXSLT")
-                Text(value, fieldPath, record.wsXSLT_);
-            else if (key == "wsxsd")
-                Text(value, fieldPath, record.wsxsd_);
-            else if (key == "effFlexfieldCode")
-                Text(value, fieldPath, record.effFlexfieldCode_);
-            else if (key == "isProblematic")
-                Flag(value, fieldPath, record.isProblematic_);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    MIColumnPickListField ReadPickListField(const Json& object, const Path& path) const {
-        MIColumnPickListField record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "fieldName")
-                Text(value, fieldPath, record.fieldName);
-            else if (key == "pickFieldName")
-                Text(value, fieldPath, record.pickFieldName);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    MIColumn ReadColumn(const Json& object, const Path& path) const {
-        MIColumn record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "catalog")
-                Text(value, fieldPath, record.catalog_);
-            else if (key == "schema")
-                Text(value, fieldPath, record.schema_);
-            else if (key == "table")
-                Text(value, fieldPath, record.table_);
-            else if (key == "columnName")
-                Text(value, fieldPath, record.columnName_);
-            else if (key == "dataType")
-                DataType(value, fieldPath, record.dataType_);
-            else if (key == "typeName")
-                Text(value, fieldPath, record.typeName_);
-            else if (key == "precision")
-                Integer(value, fieldPath, record.precision_);
-            else if (key == "length")
-                Integer(value, fieldPath, record.length_);
-            else if (key == "scale")
-                Integer(value, fieldPath, record.scale_);
-            else if (key == "radix")
-                Integer(value, fieldPath, record.radix_);
-            else if (key == "nullable")
-                Integer(value, fieldPath, record.nullable_);
-            else if (key == "remarks")
-                Text(value, fieldPath, record.remarks_);
-            else if (key == "fullyQualifiedName")
-                Text(value, fieldPath, record.fullyQualifiedName_);
-            else if (key == "userName")
-                Text(value, fieldPath, record.userName_);
-            else if (key == "isHidden")
-                Flag(value, fieldPath, record.isHidden_);
-            else if (key == "effContextName")
-                Text(value, fieldPath, record.effContextName_);
-            else if (key == "effColumnProperties")
-                Text(value, fieldPath, record.effColumnProperties_);
-            else if (key == "MVLINK_NAME")
-                Text(value, fieldPath, record.MVLINK_NAME);
-            else if (key == "DEST_FLD_NAME")
-                Text(value, fieldPath, record.DEST_FLD_NAME);
-            else if (key == "picklistName")
-                Text(value, fieldPath, record.picklistName);
-            else if (key == "multiValued")
-                Integer(value, fieldPath, record.multiValued);
-            else if (key == "field_Id")
-                Text(value, fieldPath, record.field_Id);
-            else if (key == "pickListFieldName")
-                ReadList(value, fieldPath, record.pickListFieldName, &SnapshotWalker::ReadPickListField);
-            else if (key == "inputParam")
-                Flag(value, fieldPath, record.inputParam_);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    MIPrimaryKey ReadPrimaryKey(const Json& object, const Path& path) const {
-        MIPrimaryKey record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "catalog")
-                Text(value, fieldPath, record.catalog_);
-            else if (key == "schema")
-                Text(value, fieldPath, record.schema_);
-            else if (key == "table")
-                Text(value, fieldPath, record.table_);
-            else if (key == "columnName")
-                Text(value, fieldPath, record.columnName_);
-            else if (key == "keySequence")
-                Integer(value, fieldPath, record.keySequence_);
-            else if (key == "primaryKeyName")
-                Text(value, fieldPath, record.primaryKeyName_);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    MIForeignKey ReadForeignKey(const Json& object, const Path& path) const {
-        MIForeignKey record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "pkCatalog")
-                Text(value, fieldPath, record.pkCatalog_);
-            else if (key == "pkSchema")
-                Text(value, fieldPath, record.pkSchema_);
-            else if (key == "pkTable")
-                Text(value, fieldPath, record.pkTable_);
-            else if (key == "pkColumnName")
-                Text(value, fieldPath, record.pkColumnName_);
-            else if (key == "fkCatalog")
-                Text(value, fieldPath, record.fkCatalog_);
-            else if (key == "fkSchema")
-                Text(value, fieldPath, record.fkSchema_);
-            else if (key == "fkTable")
-                Text(value, fieldPath, record.fkTable_);
-            else if (key == "fkColumnName")
-                Text(value, fieldPath, record.fkColumnName_);
-            else if (key == "keySequence")
-                Integer(value, fieldPath, record.keySequence_);
-            else if (key == "updateRule")
-                Integer(value, fieldPath, record.updateRule_);
-            else if (key == "deleteRule")
-                Integer(value, fieldPath, record.deleteRule_);
-            else if (key == "foreignKeyName")
-                Text(value, fieldPath, record.foreignKeyName_);
-            else if (key == "primaryKeyName")
-                Text(value, fieldPath, record.primaryKeyName_);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    MIViewLink ReadViewLink(const Json& object, const Path& path) const {
-        MIViewLink record;
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            if (key == "name")
-                Text(value, fieldPath, record.name_);
-            else if (key == "source")
-                Text(value, fieldPath, record.source_);
-            else if (key == "destination")
-                Text(value, fieldPath, record.destination_);
-            else if (key == "cardinality")
-                Integer(value, fieldPath, record.cardinality_);
-            else if (key == "sourceColumns")
-                TextList(value, fieldPath, record.sourceColumns_);
-            else if (key == "destinationColumns")
-                TextList(value, fieldPath, record.destinationColumns_);
-            else
-                return false;
-            return true;
-        });
-        return record;
-    }
-
-    void ReadPickLists(const Json& object, const Path& path,
-                       std::map<WyString, MIColumnPickListFieldVector>& out) const {
+    void ReadSection(const Json& object, const Path& path, SourceMetadata& metadata,
+                     std::map<WyString, MIColumnPickListFieldVector> SourceMetadata::*member) const {
         RequireKind(object, path, object.is_object(), "an object");
         for (const auto& item : object.items()) {
-            const Path listPath = path.Field(item.key());
             WyString name;
             BaseStringUtil::AppendFromUtf8(item.key().data(), item.key().size(), name);
-            ReadList(item.value(), listPath, out[name], &SnapshotWalker::ReadPickListField);
+            Read(item.value(), path.Field(item.key()), (metadata.*member)[name]);
         }
     }
 

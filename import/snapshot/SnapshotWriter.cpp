@@ -3,6 +3,7 @@
 #include "import/snapshot/SnapshotWriter.h"
 
 #include "import/memory/MemoryImport.h"
+#include "import/snapshot/SnapshotFields.h"
 #include "import/snapshot/SnapshotImport.h"
 #include "platform/BaseStringUtil.h"
 
@@ -10,6 +11,8 @@
 
 #include <set>
 #include <tuple>
+#include <type_traits>
+#include <variant>
 
 namespace {
 
@@ -21,104 +24,44 @@ std::string Utf8(const WyString& text) {
     return out;
 }
 
-Json DataTypeValue(WyDataType type) {
+// A field's value as the reader expects it; see the reader for the kinds.
+Json ValueJson(const WyString& text) {
+    return Utf8(text);
+}
+
+template <class Scalar, std::enable_if_t<std::is_arithmetic_v<Scalar>, int> = 0>
+Json ValueJson(Scalar value) {
+    return value;
+}
+
+Json ValueJson(WyDataType type) {
     if (const char* name = WyDataTypeName(type))
         return name;
     return static_cast<int32_t>(type);
 }
 
-Json PickListJson(const MIColumnPickListFieldVector& fields) {
-    Json list = Json::array();
-    for (const MIColumnPickListField& field : fields)
-        list.push_back(
-            Json{{"fieldName", Utf8(field.fieldName)}, {"pickFieldName", Utf8(field.pickFieldName)}});
-    return list;
-}
-
-Json TextListJson(const WyStringVector& texts) {
+Json ValueJson(const WyStringVector& texts) {
     Json list = Json::array();
     for (const WyString& text : texts)
         list.push_back(Utf8(text));
     return list;
 }
 
-Json CatalogJson(const MICatalog& record) {
-    return Json{{"catalog", Utf8(record.catalog_)}, {"remarks", Utf8(record.remarks_)}};
+template <class Record> Json ValueJson(const std::vector<Record>& records);
+
+// Every field of the record, in its layout's order.
+template <class Record> Json RecordJson(const Record& record) {
+    Json object = Json::object();
+    for (const snapshot_fields::Field<Record>& field : snapshot_fields::Layout<Record>::kFields)
+        std::visit([&](auto member) { object[field.name] = ValueJson(record.*member); }, field.member);
+    return object;
 }
 
-Json SchemaJson(const MISchema& record) {
-    return Json{{"catalog", Utf8(record.catalog_)},
-                {"schema", Utf8(record.schema_)},
-                {"remarks", Utf8(record.remarks_)},
-                {"wsInputMsg", Utf8(record.wsInputMsg_)}};
-}
-
-Json TableJson(const MITable& record) {
-    return Json{
-        {"catalog", Utf8(record.catalog_)},      {"schema", Utf8(record.schema_)},
-        {"table", Utf8(record.table_)},          {"tableType", Utf8(record.tableType_)},
-        {"remarks", Utf8(record.remarks_)},      {"fullyQualifiedName", Utf8(record.fullyQualifiedName_)},
-        {"userName", Utf8(record.userName_)},    {"wsXSLT", Utf8(record.wsXSLT_)},
-        {"wsxsd", Utf8(record.wsxsd_)},          {"effFlexfieldCode", Utf8(record.effFlexfieldCode_)},
-        {"isProblematic", record.isProblematic_}};
-}
-
-Json ColumnJson(const MIColumn& record) {
-    return Json{{"catalog", Utf8(record.catalog_)},
-                {"schema", Utf8(record.schema_)},
-                {"table", Utf8(record.table_)},
-                {"columnName", Utf8(record.columnName_)},
-                {"dataType", DataTypeValue(record.dataType_)},
-                {"typeName", Utf8(record.typeName_)},
-                {"precision", record.precision_},
-                {"length", record.length_},
-                {"scale", record.scale_},
-                {"radix", record.radix_},
-                {"nullable", record.nullable_},
-                {"remarks", Utf8(record.remarks_)},
-                {"fullyQualifiedName", Utf8(record.fullyQualifiedName_)},
-                {"userName", Utf8(record.userName_)},
-                {"isHidden", record.isHidden_},
-                {"effContextName", Utf8(record.effContextName_)},
-                {"effColumnProperties", Utf8(record.effColumnProperties_)},
-                {"MVLINK_NAME", Utf8(record.MVLINK_NAME)},
-                {"DEST_FLD_NAME", Utf8(record.DEST_FLD_NAME)},
-                {"picklistName", Utf8(record.picklistName)},
-                {"multiValued", record.multiValued},
-                {"field_Id", Utf8(record.field_Id)},
-                {"pickListFieldName", PickListJson(record.pickListFieldName)},
-                {"inputParam", record.inputParam_}};
-}
-
-Json PrimaryKeyJson(const MIPrimaryKey& record) {
-    return Json{{"catalog", Utf8(record.catalog_)},   {"schema", Utf8(record.schema_)},
-                {"table", Utf8(record.table_)},       {"columnName", Utf8(record.columnName_)},
-                {"keySequence", record.keySequence_}, {"primaryKeyName", Utf8(record.primaryKeyName_)}};
-}
-
-Json ForeignKeyJson(const MIForeignKey& record) {
-    return Json{{"pkCatalog", Utf8(record.pkCatalog_)},
-                {"pkSchema", Utf8(record.pkSchema_)},
-                {"pkTable", Utf8(record.pkTable_)},
-                {"pkColumnName", Utf8(record.pkColumnName_)},
-                {"fkCatalog", Utf8(record.fkCatalog_)},
-                {"fkSchema", Utf8(record.fkSchema_)},
-                {"fkTable", Utf8(record.fkTable_)},
-                {"fkColumnName", Utf8(record.fkColumnName_)},
-                {"keySequence", record.keySequence_},
-                {"updateRule", record.updateRule_},
-                {"deleteRule", record.deleteRule_},
-                {"foreignKeyName", Utf8(record.foreignKeyName_)},
-                {"primaryKeyName", Utf8(record.primaryKeyName_)}};
-}
-
-Json ViewLinkJson(const MIViewLink& record) {
-    return Json{{"name", Utf8(record.name_)},
-                {"source", Utf8(record.source_)},
-                {"destination", Utf8(record.destination_)},
-                {"cardinality", record.cardinality_},
-                {"sourceColumns", TextListJson(record.sourceColumns_)},
-                {"destinationColumns", TextListJson(record.destinationColumns_)}};
+template <class Record> Json ValueJson(const std::vector<Record>& records) {
+    Json list = Json::array();
+    for (const Record& record : records)
+        list.push_back(RecordJson(record));
+    return list;
 }
 
 // Drains the listing just prepared; each record starts fresh, so no field leaks between rows.
@@ -164,6 +107,26 @@ bool CapturePickList(MIMetaDataImport& source, const MIColumn& column, MIColumnP
     return marked.pickListFieldName.empty();
 }
 
+// The document's top-level sections in layout order. Pick lists come already rendered: they keep
+// the order in which the capture met them, which a map of the records would lose.
+class DocumentWriter {
+public:
+    DocumentWriter(const SourceMetadata& captured, Json& pickLists)
+        : m_captured(captured), m_pickLists(pickLists) {}
+
+    Json operator()(snapshot_fields::SourceHeader) const { return RecordJson(m_captured); }
+    Json operator()(std::map<WyString, MIColumnPickListFieldVector> SourceMetadata::*) const {
+        return std::move(m_pickLists);
+    }
+    template <class List> Json operator()(List SourceMetadata::*member) const {
+        return ValueJson(m_captured.*member);
+    }
+
+private:
+    const SourceMetadata& m_captured;
+    Json& m_pickLists;
+};
+
 } // namespace
 
 void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream& out) {
@@ -171,19 +134,17 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
     TargetType targetType = kTargetDefault;
     source.GetFeatures(features, targetType);
 
-    Json document;
-    document["format"] = "udml-snapshot-1";
-    document["source"] = Json{{"callInterface", callInterface},
-                              {"targetType", static_cast<int32_t>(targetType)},
-                              {"packagedApplication", source.GetIsTavrinMetadata()},
-                              {"eai", source.GetTavrinEAI()}};
+    SourceMetadata captured;
+    captured.callInterface = callInterface;
+    captured.targetType = static_cast<int32_t>(targetType);
+    captured.packagedApplication = source.GetIsTavrinMetadata();
+    captured.eai = source.GetTavrinEAI();
 
     WyString all;
-    Json catalogs = Json::array();
     std::vector<WyString> catalogNames;
     source.PrepareForCatalog(all);
     Drain<MICatalog>(source, [&](const MICatalog& record) {
-        catalogs.push_back(CatalogJson(record));
+        captured.catalogs.push_back(record);
         catalogNames.push_back(record.catalog_);
     });
 
@@ -191,7 +152,6 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
     // with an empty catalog although its tables carry one (observed against PostgreSQL 15); the
     // live source lets such a schema through for any catalog, while a snapshot selects schemas by
     // their catalog, so the capture records the catalog that was asked for.
-    Json schemas = Json::array();
     std::set<std::pair<WyString, WyString>> capturedSchemas;
     if (catalogNames.empty())
         catalogNames.push_back(all);
@@ -202,27 +162,24 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
             if (schema.catalog_.empty())
                 schema.catalog_ = catalog;
             if (capturedSchemas.emplace(schema.catalog_, schema.schema_).second)
-                schemas.push_back(SchemaJson(schema));
+                captured.schemas.push_back(schema);
         });
     }
 
-    std::vector<MITable> tables;
     source.PrepareForTable(all, all, all, 0);
-    Drain<MITable>(source, [&](const MITable& record) { tables.push_back(record); });
+    Drain<MITable>(source, [&](const MITable& record) { captured.tables.push_back(record); });
 
     std::set<TableName> listed;
-    for (const MITable& table : tables)
+    for (const MITable& table : captured.tables)
         listed.emplace(table.catalog_, table.schema_, table.table_);
 
-    Json tableList = Json::array();
-    Json columns = Json::array();
-    Json primaryKeys = Json::array();
-    Json foreignKeys = Json::array();
     Json pickLists = Json::object();
     std::set<WyString> pickListsAsked;
     std::set<TableName> walked;
+    // The preparations take the names by reference and a source may rewrite them, so the walk
+    // works on a copy: the capture keeps the tables as they were listed.
+    std::vector<MITable> tables = captured.tables;
     for (MITable& table : tables) {
-        tableList.push_back(TableJson(table));
         const TableName name(table.catalog_, table.schema_, table.table_);
         // A table listed twice (say once per table type) still owns its columns only once.
         if (!walked.insert(name).second)
@@ -231,22 +188,22 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
         Drain<MIColumn>(source, [&](const MIColumn& column) {
             if (!BelongsTo(name, TableName(column.catalog_, column.schema_, column.table_), listed))
                 return;
-            columns.push_back(ColumnJson(column));
+            captured.columns.push_back(column);
             if (column.picklistName.empty() || !pickListsAsked.insert(column.picklistName).second)
                 return;
             MIColumnPickListFieldVector list;
             if (CapturePickList(source, column, list))
-                pickLists[Utf8(column.picklistName)] = PickListJson(list);
+                pickLists[Utf8(column.picklistName)] = ValueJson(list);
         });
         source.PrepareForPrimaryKey(table.catalog_, table.schema_, table.table_);
         Drain<MIPrimaryKey>(source, [&](const MIPrimaryKey& key) {
             if (BelongsTo(name, TableName(key.catalog_, key.schema_, key.table_), listed))
-                primaryKeys.push_back(PrimaryKeyJson(key));
+                captured.primaryKeys.push_back(key);
         });
         source.PrepareForForeignKey(all, all, all, table.catalog_, table.schema_, table.table_);
         Drain<MIForeignKey>(source, [&](const MIForeignKey& key) {
             if (BelongsTo(name, TableName(key.fkCatalog_, key.fkSchema_, key.fkTable_), listed))
-                foreignKeys.push_back(ForeignKeyJson(key));
+                captured.foreignKeys.push_back(key);
         });
     }
 
@@ -259,19 +216,15 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
     if (memory != nullptr)
         for (const auto& [name, list] : memory->Metadata().pickLists)
             if (pickListsAsked.insert(name).second)
-                pickLists[Utf8(name)] = PickListJson(list);
+                pickLists[Utf8(name)] = ValueJson(list);
 
-    Json viewLinks = Json::array();
     source.PrepareForViewLink();
-    Drain<MIViewLink>(source, [&](const MIViewLink& link) { viewLinks.push_back(ViewLinkJson(link)); });
+    Drain<MIViewLink>(source, [&](const MIViewLink& link) { captured.viewLinks.push_back(link); });
 
-    document["catalogs"] = std::move(catalogs);
-    document["schemas"] = std::move(schemas);
-    document["tables"] = std::move(tableList);
-    document["columns"] = std::move(columns);
-    document["primaryKeys"] = std::move(primaryKeys);
-    document["foreignKeys"] = std::move(foreignKeys);
-    document["pickLists"] = std::move(pickLists);
-    document["viewLinks"] = std::move(viewLinks);
+    Json document;
+    document["format"] = snapshot_fields::kFormatName;
+    const DocumentWriter writer(captured, pickLists);
+    for (const snapshot_fields::SectionEntry& entry : snapshot_fields::kSections)
+        document[entry.name] = std::visit(writer, entry.section);
     out << document.dump(2) << '\n';
 }

@@ -2,93 +2,33 @@
 // examples/sample/sales.sql, plus a small database of awkward names. What is checked is what the
 // records must say about sales.sql, as far as the driver reports it (see the notes in the source).
 #include "import/DbGatewayDllMgr.h"
-#include "import/odbc/OdbcImport.h"
+#include "tests/import/SqliteSample.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cstdio>
 #include <memory>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 namespace {
 
+using sqlite_sample::All;
+using sqlite_sample::Wide;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 std::string Narrow(const WyString& text) {
     return std::string(text.begin(), text.end());
 }
-WyString Wide(const std::string& text) {
-    return WyString(text.begin(), text.end());
-}
-
-// Runs a shell command and returns its standard output; fails the test when it exits non-zero.
-std::string RunCommand(const std::string& command) {
-    std::string out;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "cannot run " << command;
-        return out;
-    }
-    char buffer[512];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        out.append(buffer, n);
-    }
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) {
-        out.pop_back();
-    }
-    return out;
-}
-
-template <typename Record> std::vector<Record> All(OdbcImport& source) {
-    std::vector<Record> records;
-    Record record;
-    while (source.Get(record)) {
-        records.push_back(record);
-        if (records.size() > 10000) {
-            ADD_FAILURE() << "the listing does not end";
-            break;
-        }
-    }
-    return records;
-}
 
 std::vector<std::string> TableNames(const std::vector<MITable>& tables) {
     std::vector<std::string> names;
-    for (const MITable& t : tables) {
+    for (const MITable& t : tables)
         names.push_back(Narrow(t.table_));
-    }
     return names;
-}
-
-// Each test process builds databases of its own: ctest may run the tests side by side.
-std::string ScratchPath(const std::string& name) {
-    return std::string(UDML_BINARY_DIR) + "/odbc-test/" + std::to_string(getpid()) + "-" + name;
 }
 
 class OdbcSqliteTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        s_salesPath = ScratchPath("sales.db");
-        s_connection = RunCommand("bash '" + std::string(UDML_SOURCE_DIR) + "/scripts/sample-db.sh' '" +
-                                  s_salesPath + "'");
-    }
-    static void TearDownTestSuite() { std::remove(s_salesPath.c_str()); }
-
-    void SetUp() override {
-        ASSERT_NE(s_connection.find("Database="), std::string::npos) << s_connection;
-        Open(source, Wide(s_connection));
-    }
-
-    static void Open(OdbcImport& into, WyString connection) {
-        WyString user, password;
-        into.OpenConnection(connection, user, password, false);
-    }
+    void SetUp() override { sqlite_sample::Open(source, sqlite_sample::SampleConnection()); }
 
     std::vector<MITable> Tables(const WyString& table, uint8 selector) {
         WyString catalog, schema, pattern = table;
@@ -111,47 +51,33 @@ protected:
         return All<MIForeignKey>(source);
     }
 
-    static std::string s_salesPath;
-    static std::string s_connection;
     OdbcImport source;
 };
-
-std::string OdbcSqliteTest::s_salesPath;
-std::string OdbcSqliteTest::s_connection;
 
 const std::vector<std::string> kAllTables = {"customers",   "employees", "products",    "orders",
                                              "order_lines", "shipments", "order_totals"};
 
-TEST_F(OdbcSqliteTest, TableTypeSelectorPicksTablesAndViews) {
+TEST_F(OdbcSqliteTest, TableTypesPatternsAndTheMissingCatalogs) {
     const std::vector<MITable> every = Tables(L"", 0);
-    EXPECT_EQ(TableNames(every), kAllTables);
-    ASSERT_EQ(every.size(), 7u);
+    ASSERT_EQ(TableNames(every), kAllTables);
     EXPECT_EQ(every[0].tableType_, L"TABLE");
     EXPECT_EQ(every[6].tableType_, L"VIEW");
     EXPECT_EQ(every[0].catalog_ + every[0].schema_ + every[0].remarks_, L""); // NULL becomes empty
-
-    EXPECT_EQ(TableNames(Tables(L"", 1)), kAllTables); // bit 0x01 covers views as well
-    EXPECT_THAT(Tables(L"", 0x02), IsEmpty());         // the driver lists no system tables
-    EXPECT_THAT(Tables(L"", 0x0C), IsEmpty());
+    EXPECT_EQ(TableNames(Tables(L"", 1)), kAllTables);                        // bit 0x01 covers views as well
+    EXPECT_THAT(Tables(L"", 0x0E), IsEmpty()); // the driver lists no system tables
     EXPECT_THAT(Tables(L"", 0x10), IsEmpty()); // a bit without table types selects nothing
-}
 
-TEST_F(OdbcSqliteTest, TablePatternsAreCaseSensitiveWithEscapes) {
     EXPECT_THAT(TableNames(Tables(L"order_%", 1)), ElementsAre("orders", "order_lines", "order_totals"));
     EXPECT_THAT(TableNames(Tables(L"order\\_%", 1)), ElementsAre("order_lines", "order_totals"));
-    EXPECT_THAT(TableNames(Tables(L"order_", 1)), ElementsAre("orders"));
     EXPECT_THAT(TableNames(Tables(L"%ers", 1)), ElementsAre("customers", "orders"));
     EXPECT_THAT(Tables(L"ORDER%", 1), IsEmpty()); // the driver matches ignoring case; the source does not
-    EXPECT_THAT(Tables(L"Customers", 1), IsEmpty());
-}
 
-TEST_F(OdbcSqliteTest, DriverWithoutCatalogsListsNoCatalogsOrSchemas) {
+    // Without catalogs the generator lists tables with the schema pattern "%".
     WyString all, percent = L"%";
     source.PrepareForCatalog(all);
     EXPECT_THAT(All<MICatalog>(source), IsEmpty());
     source.PrepareForSchema(all, percent);
     EXPECT_THAT(All<MISchema>(source), IsEmpty());
-    // The generator then lists tables with the schema pattern "%".
     WyString table;
     source.PrepareForTable(all, percent, table, 1);
     EXPECT_EQ(TableNames(All<MITable>(source)), kAllTables);
@@ -183,121 +109,81 @@ TEST_F(OdbcSqliteTest, ColumnsCarryTypeSizeAndNullability) {
         EXPECT_EQ(columns[i].nullable_, expected[i].nullable);
         EXPECT_EQ(columns[i].remarks_ + columns[i].fullyQualifiedName_ + columns[i].userName_, L"");
     }
-
-    const std::vector<MIColumn> customers = Columns(L"customers");
-    ASSERT_EQ(customers.size(), 6u);
-    EXPECT_EQ(customers[4].dataType_, WyLongVarCharData); // TEXT
-    EXPECT_EQ(customers[5].dataType_, WyTimeStampData);
-    EXPECT_EQ(Columns(L"products", L"unit_price").at(0).dataType_, WyDoubleData); // NUMERIC as SQL_DOUBLE
-    EXPECT_EQ(Columns(L"products", L"discontinued").at(0).dataType_, WyInt2Data);
-
     // The view's computed column has no declared type.
     const std::vector<MIColumn> total = Columns(L"order_totals", L"total");
     ASSERT_EQ(total.size(), 1u);
     EXPECT_EQ(total[0].typeName_, L"");
     EXPECT_EQ(total[0].dataType_, WyVarCharData);
-}
 
-TEST_F(OdbcSqliteTest, ColumnAndTablePatternsSelectAcrossTables) {
     std::vector<std::string> found;
-    for (const MIColumn& c : Columns(L"order%", L"%\\_id")) {
+    for (const MIColumn& c : Columns(L"order%", L"%\\_id"))
         found.push_back(Narrow(c.table_ + L"." + c.columnName_));
-    }
     EXPECT_THAT(found, ElementsAre("orders.order_id", "orders.customer_id", "orders.employee_id",
                                    "order_lines.order_id", "order_lines.product_id", "order_totals.order_id",
                                    "order_totals.customer_id"));
     EXPECT_THAT(Columns(L"orders", L"ORDER_ID"), IsEmpty());
 }
 
-TEST_F(OdbcSqliteTest, PrimaryKeysOfOneTableOrOfEveryTable) {
-    const std::vector<MIPrimaryKey> lines = PrimaryKeys(L"order_lines");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].columnName_, L"order_id");
-    EXPECT_EQ(lines[0].keySequence_, 1);
-    EXPECT_EQ(lines[1].columnName_, L"line_no");
-    EXPECT_EQ(lines[1].keySequence_, 2);
-    EXPECT_EQ(lines[0].primaryKeyName_, L""); // the driver names no keys
-
-    EXPECT_THAT(PrimaryKeys(L"order_totals"), IsEmpty());
+TEST_F(OdbcSqliteTest, KeysOfOneTableOrOfEveryTable) {
+    std::vector<std::string> primary;
+    for (const MIPrimaryKey& k : PrimaryKeys(L""))
+        primary.push_back(Narrow(k.table_ + L"." + k.columnName_ + k.primaryKeyName_) + ":" +
+                          std::to_string(k.keySequence_));
+    EXPECT_THAT(primary, ElementsAre("customers.customer_id:1", "employees.employee_id:1",
+                                     "products.product_id:1", "orders.order_id:1", "order_lines.order_id:1",
+                                     "order_lines.line_no:2", "shipments.shipment_id:1"));
+    EXPECT_EQ(PrimaryKeys(L"order_lines").size(), 2u);
     EXPECT_THAT(PrimaryKeys(L"order_line_"), IsEmpty()); // not a pattern
 
-    std::vector<std::string> every;
-    for (const MIPrimaryKey& k : PrimaryKeys(L"")) {
-        every.push_back(Narrow(k.table_ + L"." + k.columnName_) + ":" + std::to_string(k.keySequence_));
-    }
-    EXPECT_THAT(every, ElementsAre("customers.customer_id:1", "employees.employee_id:1",
-                                   "products.product_id:1", "orders.order_id:1", "order_lines.order_id:1",
-                                   "order_lines.line_no:2", "shipments.shipment_id:1"));
-}
-
-std::vector<std::string> Describe(const std::vector<MIForeignKey>& keys) {
-    std::vector<std::string> out;
-    for (const MIForeignKey& k : keys) {
-        out.push_back(
-            Narrow(k.fkTable_ + L"." + k.fkColumnName_ + L"->" + k.pkTable_ + L"." + k.pkColumnName_) + ":" +
-            std::to_string(k.keySequence_));
-    }
-    return out;
-}
-
-TEST_F(OdbcSqliteTest, ForeignKeysCompositeSelfReferencingAndAll) {
-    EXPECT_THAT(Describe(ForeignKeys(L"", L"shipments")),
-                ElementsAre("shipments.order_id->order_lines.order_id:1",
-                            "shipments.line_no->order_lines.line_no:2"));
-    EXPECT_THAT(Describe(ForeignKeys(L"", L"employees")),
-                ElementsAre("employees.manager_id->employees.employee_id:1"));
-    EXPECT_THAT(Describe(ForeignKeys(L"orders", L"")),
-                ElementsAre("order_lines.order_id->orders.order_id:1"));
-    EXPECT_THAT(Describe(ForeignKeys(L"orders", L"shipments")), IsEmpty());
-
-    const std::vector<MIForeignKey> all = ForeignKeys(L"", L"");
+    auto describe = [](const std::vector<MIForeignKey>& keys) {
+        std::vector<std::string> out;
+        for (const MIForeignKey& k : keys)
+            out.push_back(Narrow(k.fkTable_ + L"." + k.fkColumnName_ + L"->" + k.pkTable_ + L"." +
+                                 k.pkColumnName_ + k.foreignKeyName_ + k.primaryKeyName_) +
+                          ":" + std::to_string(k.keySequence_) + ":" + std::to_string(k.deleteRule_));
+        return out;
+    };
     // Table by table in the driver's table order; SQLite lists a table's keys last declared first.
-    EXPECT_THAT(Describe(all), ElementsAre("employees.manager_id->employees.employee_id:1",
-                                           "orders.employee_id->employees.employee_id:1",
-                                           "orders.customer_id->customers.customer_id:1",
-                                           "order_lines.product_id->products.product_id:1",
-                                           "order_lines.order_id->orders.order_id:1",
-                                           "shipments.order_id->order_lines.order_id:1",
-                                           "shipments.line_no->order_lines.line_no:2"));
-    ASSERT_EQ(all.size(), 7u);
-    EXPECT_EQ(all[4].deleteRule_, 0); // ON DELETE CASCADE
-    EXPECT_EQ(all[3].deleteRule_, 3); // NO ACTION
-    EXPECT_EQ(all[0].foreignKeyName_ + all[0].primaryKeyName_, L"");
+    EXPECT_THAT(
+        describe(ForeignKeys(L"", L"")),
+        ElementsAre(
+            "employees.manager_id->employees.employee_id:1:3",
+            "orders.employee_id->employees.employee_id:1:3", "orders.customer_id->customers.customer_id:1:3",
+            "order_lines.product_id->products.product_id:1:3", "order_lines.order_id->orders.order_id:1:0",
+            "shipments.order_id->order_lines.order_id:1:3", "shipments.line_no->order_lines.line_no:2:3"));
+    EXPECT_EQ(describe(ForeignKeys(L"", L"shipments")).size(), 2u);
+    EXPECT_THAT(describe(ForeignKeys(L"orders", L"")),
+                ElementsAre("order_lines.order_id->orders.order_id:1:0"));
+    EXPECT_THAT(ForeignKeys(L"orders", L"shipments"), IsEmpty());
 }
 
 TEST_F(OdbcSqliteTest, ListingsOfDifferentKindsRunSideBySide) {
     WyString catalog, schema, table;
     source.PrepareForTable(catalog, schema, table, 1);
     std::vector<std::string> seen;
-    MITable t;
-    while (source.Get(t)) {
+    for (MITable t; source.Get(t);) {
         // Columns and keys are read while the table listing is still open.
         const size_t columns = Columns(t.table_).size();
-        const size_t keys = PrimaryKeys(t.table_).size();
-        seen.push_back(Narrow(t.table_) + ":" + std::to_string(columns) + ":" + std::to_string(keys));
+        seen.push_back(Narrow(t.table_) + ":" + std::to_string(columns) + ":" +
+                       std::to_string(PrimaryKeys(t.table_).size()));
     }
     EXPECT_THAT(seen, ElementsAre("customers:6:1", "employees:6:1", "products:7:1", "orders:6:1",
                                   "order_lines:6:2", "shipments:5:1", "order_totals:3:0"));
     // A listing prepared again starts over, even in the middle of the one before.
+    MITable first;
     source.PrepareForTable(catalog, schema, table, 1);
-    ASSERT_TRUE(source.Get(t));
+    ASSERT_TRUE(source.Get(first));
     source.PrepareForTable(catalog, schema, table, 1);
     EXPECT_EQ(TableNames(All<MITable>(source)), kAllTables);
 }
 
-TEST_F(OdbcSqliteTest, AwkwardNamesSurviveTheWideEntryPoints) {
-    const std::string path = ScratchPath("names.db");
-    struct RemoveAtEnd {
-        std::string path;
-        ~RemoveAtEnd() { std::remove(path.c_str()); }
-    } cleanup{path};
-    std::remove(path.c_str());
+TEST(OdbcSqliteNamesTest, AwkwardNamesSurviveTheWideEntryPoints) {
     const std::string longName(700, 'q'); // longer than one piece of SQLGetData
-    RunCommand("sqlite3 '" + path + "' 'CREATE TABLE \"Straße_😀\" (\"größe_😀\" INTEGER UNSIGNED NOT NULL, " +
-               longName + " TINYINT UNSIGNED, plain unsignedint); CREATE TABLE orderXlines (y INT);'");
-    const std::string driverPart = s_connection.substr(0, s_connection.find(";Database="));
+    const std::string path = sqlite_sample::Database(
+        "names.db", "CREATE TABLE \"Straße_😀\" (\"größe_😀\" INTEGER UNSIGNED NOT NULL, " + longName +
+                        " TINYINT UNSIGNED, plain unsignedint); CREATE TABLE orderXlines (y INT);");
     OdbcImport names;
-    Open(names, Wide(driverPart) + L";Database=" + Wide(path));
+    sqlite_sample::Open(names, sqlite_sample::ConnectionTo(path));
 
     // Characters beyond ASCII in patterns, also where the driver manager cannot pass them on.
     WyString catalog, schema, table = L"Stra\u00DFe\\_%\U0001F600";
@@ -323,7 +209,6 @@ TEST_F(OdbcSqliteTest, AwkwardNamesSurviveTheWideEntryPoints) {
     EXPECT_EQ(All<MITable>(names).size(), 1u);
     names.PrepareForTable(catalog, schema, exact, 1);
     EXPECT_THAT(All<MITable>(names), IsEmpty());
-    names.CloseConnection();
 }
 
 // Messages: the first says what was being done, the next ones are the driver's diagnostics.
@@ -373,19 +258,11 @@ TEST(OdbcConnectTest, FailuresNameTheSourceAndTheSqlState) {
 TEST(OdbcFactoryTest, HandsOutTheOdbcSourceForOdbcOnly) {
     std::unique_ptr<MIMetaDataImport> odbc(DbGatewayDllMgr::MakeMIMetaDataImport(ServerInfo::kCLI_ODBC350));
     ASSERT_NE(dynamic_cast<OdbcImport*>(odbc.get()), nullptr);
-    SUFeaturesTable features;
-    TargetType target = kZelV2;
-    EXPECT_TRUE(odbc->GetFeatures(features, target));
-    EXPECT_EQ(target, kTargetDefault);
-    EXPECT_FALSE(odbc->GetIsTavrinMetadata());
-    EXPECT_FALSE(odbc->GetTavrinEAI());
     odbc->PrepareForViewLink();
     MIViewLink link;
     EXPECT_FALSE(odbc->Get(link));
-
-    for (int other : {0, 1, 2, 4, int(ServerInfo::kCLI_ZEL_HTTP), int(ServerInfo::kCLI_WS)}) {
+    for (int other : {0, 1, 2, 4, int(ServerInfo::kCLI_ZEL_HTTP), int(ServerInfo::kCLI_WS)})
         EXPECT_EQ(DbGatewayDllMgr::MakeMIMetaDataImport(other), nullptr) << other;
-    }
 }
 
 } // namespace
