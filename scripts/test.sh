@@ -12,7 +12,7 @@ bash scripts/deps.sh all
 run_build() { # name, extra cmake options...
   local dir=$1; shift
   echo "== configure and build: $dir"
-  cmake -S "$root" -B "$root/$dir" -DUDML_SERVER_TESTS=ON "$@" >/dev/null
+  cmake -S "$root" -B "$root/$dir" -DUDML_BUILD_TESTS=ON -DUDML_SERVER_TESTS=ON "$@" >/dev/null
   cmake --build "$root/$dir" -j "$jobs"
 }
 
