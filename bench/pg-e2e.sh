@@ -6,7 +6,8 @@
 # Settings (environment): PG_E2E_DIR (scratch folder, default ${TMPDIR:-/tmp}/udml-pg-e2e),
 # PG_E2E_PORT (default 55491), RUNS (timed runs per tool and size, default 3), UDMLGEN (the
 # udmlgen to time; default: built in build-bench), PG_E2E_RESULTS (the results table, default
-# build-bench/pg-e2e-results.md, raw timings beside it), KEEP=1 keeps the server and its data.
+# build-bench/pg-e2e-results.md, raw timings beside it), KEEP=1 keeps the server and its data,
+# TOOLS (the tools to time, default "udmlgen pg_dump sqlalchemy").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -16,6 +17,7 @@ sizes=("$@")
 base=${PG_E2E_DIR:-${TMPDIR:-/tmp}/udml-pg-e2e}
 port=${PG_E2E_PORT:-55491}
 runs=${RUNS:-3}
+tools=${TOOLS:-udmlgen pg_dump sqlalchemy}
 pg_bin=/usr/lib/postgresql/15/bin
 user=bench
 # A blank and a semicolon, so that the connection string must brace it.
@@ -230,7 +232,7 @@ for size in "${sizes[@]}"; do
   check_udmlgen "$db" "$size"
   for run in $(seq 1 "$runs"); do
     echo "== $db, run $run of $runs" >&2
-    for tool in udmlgen pg_dump sqlalchemy; do
+    for tool in $tools; do
       timed "$size" "$tool" "$db"
     done
   done
@@ -241,7 +243,7 @@ done
   echo "|---:|---|---:|---:|---:|---:|"
   for size in "${sizes[@]}"; do
     dump=$(awk -v s="$size" '$1 == s && $2 == "pg_dump" {print $3}' "$raw" | median)
-    for tool in udmlgen pg_dump sqlalchemy; do
+    for tool in $tools; do
       secs=$(awk -v s="$size" -v t="$tool" '$1 == s && $2 == t {print $3}' "$raw" | median)
       peak=$(awk -v s="$size" -v t="$tool" '$1 == s && $2 == t {print $4}' "$raw" | median)
       awk -v n="$size" -v t="$tool" -v s="$secs" -v d="$dump" -v p="$peak" -v r="$runs" \
