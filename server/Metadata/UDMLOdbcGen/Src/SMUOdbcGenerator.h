@@ -284,6 +284,9 @@ protected:
     WyStringSet m_importedZelTableNames;
 
 private:
+    // Runs `walk` in the collect-only configuration of the foreign-key collection requests.
+    template <class Walk> bool CollectForeignKeys(WyStringVector* parrayForeignKeys, Walk walk);
+
     // The column records of the table list being written, kept between tables so that each
     // fetch refills records whose strings already have room.
     MIColumnVector m_tableColumnScratch;

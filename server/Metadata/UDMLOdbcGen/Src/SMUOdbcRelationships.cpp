@@ -155,9 +155,9 @@ void CUdmlGenerator::GenerateForeignKeyTailUdml(const MIForeignKey& foreignKey) 
 // ---------------------------------------------------------------------------------------------
 // Foreign-key collection
 
-bool CUdmlGenerator::GenerateForeignKeys(const WyString& strCatalog, const WyString& strSchema,
-                                         const WyString& strTable, const WyString& strBaseTable,
-                                         WyStringVector* parrayForeignKeys) {
+// Both requests leave the generator collect-only (no sink, no depth limit, the foreign-key bit
+// alone) and clear only the collection pointer on every way out.
+template <class Walk> bool CUdmlGenerator::CollectForeignKeys(WyStringVector* parrayForeignKeys, Walk walk) {
     if (m_bAbort || m_pImport == nullptr)
         return false;
     m_nOutputType = oNothing;
@@ -168,16 +168,24 @@ bool CUdmlGenerator::GenerateForeignKeys(const WyString& strCatalog, const WyStr
 
     bool bResult = true;
     try {
-        m_strCatalog = strCatalog;
-        m_strSchema = strSchema;
-        m_strTable = strTable;
-        m_strBaseTable = strBaseTable;
-        GenerateForeignKeyUdml(WyString());
+        walk();
     } catch (...) {
         bResult = false;
     }
     m_parrayForeignKeys = nullptr;
     return bResult;
+}
+
+bool CUdmlGenerator::GenerateForeignKeys(const WyString& strCatalog, const WyString& strSchema,
+                                         const WyString& strTable, const WyString& strBaseTable,
+                                         WyStringVector* parrayForeignKeys) {
+    return CollectForeignKeys(parrayForeignKeys, [&] {
+        m_strCatalog = strCatalog;
+        m_strSchema = strSchema;
+        m_strTable = strTable;
+        m_strBaseTable = strBaseTable;
+        GenerateForeignKeyUdml(WyString());
+    });
 }
 
 bool CUdmlGenerator::GenerateForeignKeys(const WyString& strCatalog, const WyString& strSchema,
@@ -187,16 +195,7 @@ bool CUdmlGenerator::GenerateForeignKeys(const WyString& strCatalog, const WyStr
 }
 
 bool CUdmlGenerator::GenerateAllForeignKeys(WyStringVector* parrayForeignKeys) {
-    if (m_bAbort || m_pImport == nullptr)
-        return false;
-    m_parrayForeignKeys = parrayForeignKeys;
-    m_nOutputType = oNothing;
-    m_nDepth = 0;
-    m_nDepthLimit = -1;
-    m_fGenerate = kForeignKeyBit;
-
-    bool bResult = true;
-    try {
+    return CollectForeignKeys(parrayForeignKeys, [this] {
         m_strCatalog.clear();
         m_strSchema.clear();
         m_strTable.clear();
@@ -204,11 +203,7 @@ bool CUdmlGenerator::GenerateAllForeignKeys(WyStringVector* parrayForeignKeys) {
         // A base table left by an earlier request would redirect every table's fetch to it.
         m_strBaseTable.clear();
         GenerateDatabaseUdml();
-    } catch (...) {
-        bResult = false;
-    }
-    m_parrayForeignKeys = nullptr;
-    return bResult;
+    });
 }
 
 // ---------------------------------------------------------------------------------------------
