@@ -210,10 +210,7 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
     // The interface reaches a pick list only through a column that names it. An in-memory source
     // may hold lists no column names; they are kept too, so that reading the capture gives back
     // the source it was taken from.
-    const MemoryImport* memory = dynamic_cast<const MemoryImport*>(&source);
-    if (const SnapshotImport* snapshot = dynamic_cast<const SnapshotImport*>(&source))
-        memory = snapshot->Memory();
-    if (memory != nullptr)
+    if (const auto* memory = dynamic_cast<const MemoryImport*>(&source))
         for (const auto& [name, list] : memory->Metadata().pickLists)
             if (pickListsAsked.insert(name).second)
                 pickLists[Utf8(name)] = ValueJson(list);
