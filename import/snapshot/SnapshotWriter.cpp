@@ -4,7 +4,6 @@
 
 #include "import/memory/MemoryImport.h"
 #include "import/snapshot/SnapshotFields.h"
-#include "import/snapshot/SnapshotImport.h"
 #include "platform/BaseStringUtil.h"
 
 #include <nlohmann/json.hpp>

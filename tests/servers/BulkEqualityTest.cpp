@@ -3,7 +3,9 @@
 // (names that are patterns of one another, every common column type, keys of every kind) the
 // records equal those of the driver's per-table catalog calls. The schemas exist only while the
 // tests run, so that the whole-source golden texts never see them.
+#include "platform/BaseStringUtil.h"
 #include "tests/import/OdbcEquality.h"
+#include "tests/servers/ServerSettings.h"
 #include "tests/support/RunCommand.h"
 
 #include <gtest/gtest.h>
@@ -18,43 +20,10 @@ namespace {
 
 using odbc_equality::ExpectSameRecords;
 
-std::string Setting(const std::string& key) {
-    static std::map<std::string, std::string> settings;
-    if (settings.empty()) {
-        const CommandResult run = RunCommand(
-            "bash " + ShellQuote(std::string(UDML_SOURCE_DIR) + "/scripts/db-servers.sh") + " env");
-        if (run.exitStatus != 0)
-            throw std::runtime_error("db-servers.sh env failed: " + run.standardError);
-        std::istringstream lines(run.standardOutput);
-        std::string line;
-        while (std::getline(lines, line)) {
-            const size_t equals = line.find('=');
-            if (equals == std::string::npos || line.size() < equals + 3)
-                continue;
-            std::string value = line.substr(equals + 2, line.size() - equals - 3);
-            for (size_t at = 0; (at = value.find("'\\''", at)) != std::string::npos; ++at)
-                value.replace(at, 4, "'");
-            settings[line.substr(0, equals)] = value;
-        }
-    }
-    const auto found = settings.find(key);
-    if (found == settings.end())
-        throw std::runtime_error("db-servers.sh env does not print " + key);
-    return found->second;
-}
+using server_settings::Setting;
 
 WyString Wide(const std::string& utf8) {
-    WyString out;
-    for (size_t i = 0; i < utf8.size();) {
-        const unsigned char lead = static_cast<unsigned char>(utf8[i]);
-        const int extra = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-        wchar_t c = extra == 0 ? lead : lead & (0x3F >> extra);
-        for (int k = 1; k <= extra && i + k < utf8.size(); ++k)
-            c = (c << 6) | (static_cast<unsigned char>(utf8[i + k]) & 0x3F);
-        out += c;
-        i += 1 + extra;
-    }
-    return out;
+    return BaseStringUtil::StringFrom(utf8.c_str(), SystemUtility::GetMultiByteCodePage());
 }
 
 const char* const kPostgresSql = R"sql(

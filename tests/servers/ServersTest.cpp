@@ -1,6 +1,7 @@
 // udmlgen against live PostgreSQL and MariaDB servers (started by scripts/db-servers.sh): whole-source
 // output against golden texts, snapshots that replay a live source exactly, and connection failures.
 // UDML_UPDATE_GOLDEN=1 rewrites the golden texts from the current output.
+#include "tests/servers/ServerSettings.h"
 #include "tests/support/RunCommand.h"
 
 #include <gtest/gtest.h>
@@ -19,36 +20,7 @@ namespace {
 const std::string kSourceDir = UDML_SOURCE_DIR;
 
 // What `db-servers.sh env` prints: KEY='value' lines, values quoted for the shell.
-std::map<std::string, std::string> ServerSettings() {
-    static std::map<std::string, std::string> settings;
-    if (!settings.empty())
-        return settings;
-    const CommandResult run =
-        RunCommand("bash " + ShellQuote(kSourceDir + "/scripts/db-servers.sh") + " env");
-    if (run.exitStatus != 0)
-        throw std::runtime_error("db-servers.sh env failed: " + run.standardError);
-    std::istringstream lines(run.standardOutput);
-    std::string line;
-    while (std::getline(lines, line)) {
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos || line.size() < equals + 3 || line[equals + 1] != '\'' ||
-            line.back() != '\'')
-            throw std::runtime_error("db-servers.sh env printed an unexpected line: " + line);
-        std::string value = line.substr(equals + 2, line.size() - equals - 3);
-        for (size_t at = 0; (at = value.find("'\\''", at)) != std::string::npos; ++at)
-            value.replace(at, 4, "'");
-        settings[line.substr(0, equals)] = value;
-    }
-    return settings;
-}
-
-std::string Setting(const std::string& key) {
-    const auto settings = ServerSettings();
-    const auto found = settings.find(key);
-    if (found == settings.end())
-        throw std::runtime_error("db-servers.sh env does not print " + key);
-    return found->second;
-}
+using server_settings::Setting;
 
 struct Server {
     std::string name;         // test name suffix
