@@ -666,12 +666,14 @@ MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const Col
 
 // What psqlODBC's SQLColumns computes from a column's type depends on these attributes of the
 // column alone (besides the connection's settings), as its own catalog query reads them; the
-// default matters only as far as it makes the column auto-incrementing.
+// default matters only as far as it makes the column auto-incrementing. A default is deparsed
+// without its table unless it refers to columns (a generated column's): with the table, the server
+// opens every table of the schema, which costs more than the rest of the query.
 const wchar_t* const kPgColumnQuery =
     L"select n.nspname, c.relname, a.attname, concat_ws(chr(1), a.atttypid, t.typname, a.attlen, "
     L"a.atttypmod, a.attnotnull, c.relhasrules, c.relkind, case t.typtype when 'd' then t.typbasetype "
     L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, coalesce(pg_catalog.pg_get_expr(d.adbin, "
-    L"d.adrelid) like 'nextval(%', false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace "
+    L"case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) like 'nextval(%', false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace "
     L"n on n.oid = c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
     L"a.attisdropped) and a.attnum > 0 and a.attrelid = c.oid and c.relkind in ('r', 'v', 'm', 'f', 'p')) "
     L"inner join pg_catalog.pg_type t on t.oid = "
@@ -685,14 +687,18 @@ const wchar_t* const kPgOtherRelationQuery =
     L"select c.relname from pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
     L"c.relnamespace and n.nspname like $SCHEMA where c.relkind not in ('r', 'v', 'm', 'f', 'p')";
 
-// psqlODBC's SQLPrimaryKeys for every table of one schema (its first query, without the table).
+// psqlODBC's SQLPrimaryKeys for every table of one schema: the rows of its first query, without the
+// table. Its comma joins plan as a hash join over every attribute of the catalog; walking each key
+// index's columns (int2vector subscripts start at 0) reads them through the attribute index.
 const wchar_t* const kPgPrimaryKeyQuery =
     L"select pg_catalog.current_database(), n.nspname, tc.relname, ta.attname, ia.attnum, ic.relname from "
-    L"pg_catalog.pg_attribute ta, pg_catalog.pg_attribute ia, pg_catalog.pg_class tc, pg_catalog.pg_index i, "
-    L"pg_catalog.pg_namespace n, pg_catalog.pg_class ic where n.nspname = $SCHEMA AND tc.oid = i.indrelid "
-    L"AND n.oid = tc.relnamespace AND i.indisprimary = 't' AND ia.attrelid = i.indexrelid AND ta.attrelid "
-    L"= i.indrelid AND ta.attnum = i.indkey[ia.attnum-1] AND (NOT ta.attisdropped) AND (NOT "
-    L"ia.attisdropped) AND ic.oid = i.indexrelid order by tc.relname, ia.attnum";
+    L"pg_catalog.pg_namespace n inner join pg_catalog.pg_class tc on n.oid = tc.relnamespace inner join "
+    L"pg_catalog.pg_index i on tc.oid = i.indrelid and i.indisprimary inner join pg_catalog.pg_class ic "
+    L"on ic.oid = i.indexrelid cross join lateral pg_catalog.unnest(i.indkey::pg_catalog.int2[]) with "
+    L"ordinality k(attnum, n) inner join pg_catalog.pg_attribute ia on ia.attrelid = i.indexrelid and "
+    L"ia.attnum = k.n and not ia.attisdropped inner join pg_catalog.pg_attribute ta on ta.attrelid = "
+    L"i.indrelid and ta.attnum = k.attnum and not ta.attisdropped where n.nspname = $SCHEMA order by "
+    L"tc.relname, ia.attnum";
 
 // For a table without a primary key psqlODBC looks for an index named "<table>_pkey": such
 // tables are left to the driver.
@@ -700,23 +706,26 @@ const wchar_t* const kPgPkeyIndexQuery =
     L"select c.relname from pg_catalog.pg_class c, pg_catalog.pg_namespace n where n.oid = "
     L"c.relnamespace and n.nspname = $SCHEMA and right(c.relname, 5) = '_pkey'";
 
-// psqlODBC's SQLForeignKeys for every table of one schema on the foreign-key side.
+// psqlODBC's SQLForeignKeys for every table of one schema on the foreign-key side. The same rows as
+// its query gives, but planned from the schema's constraints outwards: its generate_series is
+// estimated at a thousand rows a key, which plans hash joins over whole catalogs and, past the
+// server's cost threshold, compiles the query (a JIT that costs more than the query).
 const wchar_t* const kPgForeignKeyQuery =
     L"select pg_catalog.current_database(), n2.nspname, c2.relname, a2.attname, "
-    L"pg_catalog.current_database(), n1.nspname, c1.relname, a1.attname, i::int2, case ref.confupdtype "
-    L"when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' then 1::int2 else 3::int2 "
-    L"end, case ref.confdeltype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' "
-    L"then 1::int2 else 3::int2 end, ref.conname, cn.conname from ((((((( (select cn.oid, conrelid, conkey, "
-    L"confrelid, confkey, generate_series(array_lower(conkey, 1), array_upper(conkey, 1)) as i, "
-    L"confupdtype, confdeltype, conname from pg_catalog.pg_constraint cn, pg_catalog.pg_class c, "
-    L"pg_catalog.pg_namespace n where contype = 'f' and conrelid = c.oid and n.oid = c.relnamespace and "
-    L"n.nspname = $SCHEMA) ref inner join pg_catalog.pg_class c1 on c1.oid = ref.conrelid) inner join "
-    L"pg_catalog.pg_namespace n1 on n1.oid = c1.relnamespace) inner join pg_catalog.pg_attribute a1 on "
-    L"a1.attrelid = c1.oid and a1.attnum = conkey[i]) inner join pg_catalog.pg_class c2 on c2.oid = "
-    L"ref.confrelid) inner join pg_catalog.pg_namespace n2 on n2.oid = c2.relnamespace) inner join "
-    L"pg_catalog.pg_attribute a2 on a2.attrelid = c2.oid and a2.attnum = confkey[i]) left outer join "
-    L"pg_catalog.pg_constraint cn on cn.conrelid = ref.confrelid and cn.contype = 'p') order by "
-    L"c1.relname, ref.oid, ref.i";
+    L"pg_catalog.current_database(), ref.nspname, ref.relname, a1.attname, ref.i::int2, case "
+    L"ref.confupdtype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' then "
+    L"1::int2 else 3::int2 end, case ref.confdeltype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' "
+    L"then 4::int2 when 'r' then 1::int2 else 3::int2 end, ref.conname, cn.conname from (select cn.oid, "
+    L"cn.conrelid, cn.conkey, cn.confrelid, cn.confkey, k.i, cn.confupdtype, cn.confdeltype, cn.conname, "
+    L"c.relname, n.nspname from pg_catalog.pg_namespace n inner join pg_catalog.pg_class c on n.oid = "
+    L"c.relnamespace inner join pg_catalog.pg_constraint cn on cn.conrelid = c.oid and cn.contype = 'f' "
+    L"cross join lateral pg_catalog.unnest(cn.conkey) with ordinality k(attnum, i) where n.nspname = "
+    L"$SCHEMA) ref inner join pg_catalog.pg_attribute a1 on a1.attrelid = ref.conrelid and a1.attnum = "
+    L"ref.conkey[ref.i] inner join pg_catalog.pg_class c2 on c2.oid = ref.confrelid inner join "
+    L"pg_catalog.pg_namespace n2 on n2.oid = c2.relnamespace inner join pg_catalog.pg_attribute a2 on "
+    L"a2.attrelid = ref.confrelid and a2.attnum = ref.confkey[ref.i] left outer join "
+    L"pg_catalog.pg_constraint cn on cn.conrelid = ref.confrelid and cn.contype = 'p' order by "
+    L"ref.relname, ref.oid, ref.i";
 
 WyString WithSchema(const wchar_t* query, const WyString& schemaLiteral) {
     WyString sql = query;
@@ -761,6 +770,10 @@ struct OdbcImport::State {
     BulkCache<CachedColumn> columnCache;
     std::vector<ColumnShape> shapes;
     std::map<ColumnShape, uint32_t> shapeIndex;
+    // The driver's shape of each kind of PostgreSQL column met so far (kinds are what the column
+    // query reads), so that the driver is asked about each kind once per connection.
+    std::map<WyString, uint32_t> pgShapeOfKind;
+    static constexpr uint32_t kNewKind = 0x80000000u;
     std::map<WyString, char> relationsNotRead; // of the schema in columnCache
     BulkCache<MIPrimaryKey> primaryKeyCache;
     std::set<WyString> pkeyIndexNames; // of the schema in primaryKeyCache
@@ -782,6 +795,7 @@ struct OdbcImport::State {
         columnCache.Clear();
         shapes.clear();
         shapeIndex.clear();
+        pgShapeOfKind.clear();
         relationsNotRead.clear();
         primaryKeyCache.Clear();
         pkeyIndexNames.clear();
@@ -879,7 +893,7 @@ struct OdbcImport::State {
     void LoadColumnsPostgres(SchemaRows<CachedColumn>& rows, const WyString& catalog,
                              const WyString& schema) {
         const WyString context = L"reading the columns of every table of the schema " + Quoted(schema);
-        std::map<WyString, uint32_t> kinds;
+        std::map<WyString, uint32_t> kinds; // new to this connection, numbered from 0
         std::vector<std::pair<TableRef, WyString>> representatives;
         const WyString schemaLike = PgLiteral(DriverPattern(schema));
         relationsNotRead.clear();
@@ -889,18 +903,33 @@ struct OdbcImport::State {
             TableRef table{WyString(), row.Text(1), row.Text(2)};
             CachedColumn column;
             column.name = row.Text(3);
-            const auto kind = kinds.emplace(row.Text(4), static_cast<uint32_t>(kinds.size()));
-            if (kind.second) {
-                representatives.emplace_back(table, column.name);
+            WyString kind = row.Text(4);
+            const auto known = pgShapeOfKind.find(kind);
+            if (known != pgShapeOfKind.end()) {
+                column.shape = known->second;
+            } else {
+                const auto added = kinds.emplace(std::move(kind), static_cast<uint32_t>(kinds.size()));
+                if (added.second) {
+                    representatives.emplace_back(table, column.name);
+                }
+                column.shape = kNewKind | added.first->second; // the kind until its shape is known
             }
-            column.shape = kind.first->second; // the kind until its shape is known
             rows.Add(WyString(), table.schema, table.table, std::move(column));
         });
-        std::vector<uint32_t> shapeOfKind;
-        for (const auto& representative : representatives) {
-            shapeOfKind.push_back(ShapeOf(DriverShape(catalog, representative.first, representative.second)));
+        if (kinds.empty()) {
+            return;
         }
-        rows.ForEachRow([&shapeOfKind](CachedColumn& column) { column.shape = shapeOfKind[column.shape]; });
+        std::vector<uint32_t> shapeOfKind(kinds.size());
+        for (auto& kind : kinds) {
+            const auto& representative = representatives[kind.second];
+            shapeOfKind[kind.second] = ShapeOf(DriverShape(catalog, representative.first, representative.second));
+            pgShapeOfKind.emplace(kind.first, shapeOfKind[kind.second]);
+        }
+        rows.ForEachRow([&shapeOfKind](CachedColumn& column) {
+            if ((column.shape & kNewKind) != 0) {
+                column.shape = shapeOfKind[column.shape & ~kNewKind];
+            }
+        });
     }
 
     void LoadPrimaryKeysPostgres(SchemaRows<MIPrimaryKey>& rows, const WyString& schema) {

@@ -43,7 +43,8 @@ CREATE TABLE types (
   vc2 varchar(20), ch char, ch2 char(7), t text, b boolean, by bytea, dt date, tm time, tm3 time(3),
   tz timetz, ts timestamp, ts0 timestamp(0), tstz timestamptz, iv interval, u uuid, j json, jb jsonb,
   x xml, ia integer[], ta text[], m mood, p pair, ma money_amount, cash money, ip inet, bits bit(4),
-  vb varbit(9), oi oid, nm name, pt point
+  vb varbit(9), oi oid, nm name, pt point, ss smallserial, g bigint GENERATED ALWAYS AS (si * 2) STORED,
+  now_at timestamp DEFAULT now()
 );
 COMMENT ON COLUMN types.i IS 'commented';
 ALTER TABLE types DROP COLUMN bi;
