@@ -673,7 +673,8 @@ const wchar_t* const kPgColumnQuery =
     L"select n.nspname, c.relname, a.attname, concat_ws(chr(1), a.atttypid, t.typname, a.attlen, "
     L"a.atttypmod, a.attnotnull, c.relhasrules, c.relkind, case t.typtype when 'd' then t.typbasetype "
     L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, coalesce(pg_catalog.pg_get_expr(d.adbin, "
-    L"case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) like 'nextval(%', false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace "
+    L"case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) like 'nextval(%', false)) from "
+    L"(((pg_catalog.pg_class c inner join pg_catalog.pg_namespace "
     L"n on n.oid = c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
     L"a.attisdropped) and a.attnum > 0 and a.attrelid = c.oid and c.relkind in ('r', 'v', 'm', 'f', 'p')) "
     L"inner join pg_catalog.pg_type t on t.oid = "
@@ -922,7 +923,8 @@ struct OdbcImport::State {
         std::vector<uint32_t> shapeOfKind(kinds.size());
         for (auto& kind : kinds) {
             const auto& representative = representatives[kind.second];
-            shapeOfKind[kind.second] = ShapeOf(DriverShape(catalog, representative.first, representative.second));
+            shapeOfKind[kind.second] =
+                ShapeOf(DriverShape(catalog, representative.first, representative.second));
             pgShapeOfKind.emplace(kind.first, shapeOfKind[kind.second]);
         }
         rows.ForEachRow([&shapeOfKind](CachedColumn& column) {
