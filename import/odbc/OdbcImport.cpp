@@ -13,13 +13,16 @@
 #include <sqlucode.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <limits>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -666,20 +669,20 @@ MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const Col
 
 // What psqlODBC's SQLColumns computes from a column's type depends on these attributes of the
 // column alone (besides the connection's settings), as its own catalog query reads them; the
-// default matters only as far as it makes the column auto-incrementing. A default is deparsed
-// without its table unless it refers to columns (a generated column's): with the table, the server
-// opens every table of the schema, which costs more than the rest of the query.
+// default matters only as far as it makes the column auto-incrementing. Defaults are looked up
+// column by column (a join hashes every default of the catalog for each schema), and deparsed
+// without their table unless they refer to columns (a generated column's): with the table, the
+// server opens every table of the schema, which costs more than the rest of the query.
 const wchar_t* const kPgColumnQuery =
     L"select n.nspname, c.relname, a.attname, concat_ws(chr(1), a.atttypid, t.typname, a.attlen, "
     L"a.atttypmod, a.attnotnull, c.relhasrules, c.relkind, case t.typtype when 'd' then t.typbasetype "
-    L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, coalesce(pg_catalog.pg_get_expr(d.adbin, "
-    L"case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) like 'nextval(%', false)) from "
-    L"(((pg_catalog.pg_class c inner join pg_catalog.pg_namespace "
-    L"n on n.oid = c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
+    L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, a.atthasdef and coalesce((select "
+    L"pg_catalog.pg_get_expr(d.adbin, case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) "
+    L"like 'nextval(%' from pg_catalog.pg_attrdef d where d.adrelid = a.attrelid and d.adnum = a.attnum), "
+    L"false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
+    L"c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
     L"a.attisdropped) and a.attnum > 0 and a.attrelid = c.oid and c.relkind in ('r', 'v', 'm', 'f', 'p')) "
-    L"inner join pg_catalog.pg_type t on t.oid = "
-    L"a.atttypid) left outer join pg_catalog.pg_attrdef d on a.atthasdef and d.adrelid = a.attrelid and "
-    L"d.adnum = a.attnum order by n.nspname, c.relname, a.attnum";
+    L"inner join pg_catalog.pg_type t on t.oid = a.atttypid) order by n.nspname, c.relname, a.attnum";
 
 // psqlODBC's SQLColumns lists the columns of every relation whose name matches, indexes,
 // sequences and composite types too. Their columns are not kept; a request whose pattern matches
@@ -736,6 +739,220 @@ WyString WithSchema(const wchar_t* query, const WyString& schemaLiteral) {
     return sql;
 }
 
+// Every primary-key row of the schema, and the names of its indexes that end in "_pkey".
+void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
+                             std::set<WyString>& pkeyIndexNames) {
+    const WyString context = L"reading the primary keys of every table of the schema " + Quoted(schema);
+    RunPagedPgQuery(connection, WithSchema(kPgPrimaryKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
+        MIPrimaryKey key;
+        key.catalog_ = row.Text(1);
+        key.schema_ = row.Text(2);
+        key.table_ = row.Text(3);
+        key.columnName_ = row.Text(4);
+        key.keySequence_ = row.Small(5);
+        key.primaryKeyName_ = row.Text(6);
+        rows.Add(WyString(), key.schema_, key.table_, key);
+    });
+    pkeyIndexNames.clear();
+    RunQuery(connection, WithSchema(kPgPkeyIndexQuery, PgLiteral(schema)), context,
+             [&](Row& row) { pkeyIndexNames.insert(row.Text(1)); });
+}
+
+// Every foreign-key row of the schema's tables.
+void ReadForeignKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIForeignKey>& rows) {
+    const WyString context = L"reading the foreign keys of every table of the schema " + Quoted(schema);
+    RunPagedPgQuery(connection, WithSchema(kPgForeignKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
+        MIForeignKey key;
+        key.pkCatalog_ = row.Text(1);
+        key.pkSchema_ = row.Text(2);
+        key.pkTable_ = row.Text(3);
+        key.pkColumnName_ = row.Text(4);
+        key.fkCatalog_ = row.Text(5);
+        key.fkSchema_ = row.Text(6);
+        key.fkTable_ = row.Text(7);
+        key.fkColumnName_ = row.Text(8);
+        key.keySequence_ = row.Small(9);
+        key.updateRule_ = row.Small(10);
+        key.deleteRule_ = row.Small(11);
+        key.foreignKeyName_ = row.Text(12);
+        key.primaryKeyName_ = row.Text(13);
+        rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
+    });
+}
+
+// Opens `connection` (under a new `environment`) to `source`: a connection string when it contains
+// "=", with the user and password appended, otherwise a data source name. Throws with `context`.
+void Connect(Handle& environment, Handle& connection, const WyString& source, const WyString& user,
+             const WyString& password, const WyString& context) {
+    environment.Allocate(SQL_HANDLE_ENV, SQL_NULL_HANDLE, 0, context);
+    Check(SQLSetEnvAttr(environment.Get(), SQL_ATTR_ODBC_VERSION,
+                        reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(SQL_OV_ODBC3)), 0),
+          context, SQL_HANDLE_ENV, environment.Get());
+    connection.Allocate(SQL_HANDLE_DBC, environment.Get(), SQL_HANDLE_ENV, context);
+    // A server that does not answer must end in a message, not a hang. Drivers that cannot
+    // time out a login refuse the attribute; they connect without it.
+    SQLSetConnectAttrW(connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
+                       reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(15)), 0);
+    SQLRETURN rc;
+    if (source.find(L'=') != WyString::npos) {
+        WideArg text(AppendCredentials(source, user, password));
+        rc = SQLDriverConnectW(connection.Get(), nullptr, text.Data(), text.Length(), nullptr, 0, nullptr,
+                               SQL_DRIVER_NOPROMPT);
+    } else {
+        WideArg dsn(source);
+        WideArg userArg = NullIfEmpty(user);
+        WideArg passwordArg = NullIfEmpty(password);
+        rc = SQLConnectW(connection.Get(), dsn.Data(), dsn.Length(), userArg.Data(), userArg.Length(),
+                         passwordArg.Data(), passwordArg.Length());
+    }
+    Check(rc, context, SQL_HANDLE_DBC, connection.Get());
+}
+
+// The keys of the schema whose columns are being read, read meanwhile on a second connection of
+// its own: the server works on both at once, and the keys are in memory by the time the writer
+// asks for them. Whatever goes wrong here is dropped; the main connection then reads the keys
+// itself and reports what is really wrong.
+class KeyPrefetch {
+public:
+    ~KeyPrefetch() { Close(); }
+
+    // Remembers how to open the second connection; `source` empty: never prefetch.
+    void Configure(const WyString& source, const WyString& user, const WyString& password) {
+        Close();
+        m_source = source;
+        m_user = user;
+        m_password = password;
+        m_unavailable = source.empty();
+    }
+
+    // Starts reading the keys of (`catalog`, `schema`), dropping any that were not taken.
+    void Start(const WyString& catalog, const WyString& schema) {
+        Finish();
+        if (m_unavailable) {
+            return;
+        }
+        m_catalog = catalog;
+        m_schema = schema;
+        m_primaryKeysRead = false;
+        m_foreignKeysRead = false;
+        m_primaryKeys.Reset(catalog, schema);
+        m_foreignKeys.Reset(catalog, schema);
+        m_pkeyIndexNames.clear();
+        m_worker = std::thread([this] { Read(); });
+    }
+
+    // The primary keys of (`catalog`, `schema`) when they were read here; false otherwise.
+    bool TakePrimaryKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
+                         std::set<WyString>& pkeyIndexNames) {
+        if (!Wait(catalog, schema, [this] { return m_primaryKeysDone; }) || !m_primaryKeysRead) {
+            return false;
+        }
+        m_primaryKeysRead = false;
+        rows = std::move(m_primaryKeys);
+        pkeyIndexNames = std::move(m_pkeyIndexNames);
+        return true;
+    }
+    bool TakeForeignKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIForeignKey>& rows) {
+        if (!Wait(catalog, schema, [this] { return m_foreignKeysDone; }) || !m_foreignKeysRead) {
+            return false;
+        }
+        m_foreignKeysRead = false;
+        rows = std::move(m_foreignKeys);
+        return true;
+    }
+
+    void Close() noexcept {
+        Finish();
+        if (m_connected) {
+            SQLDisconnect(m_connection.Get());
+            m_connected = false;
+        }
+        m_connection.Reset();
+        m_environment.Reset();
+        std::fill(m_password.begin(), m_password.end(), L'\0');
+        m_source.clear();
+        m_user.clear();
+        m_password.clear();
+        m_unavailable = true;
+        m_primaryKeys = SchemaRows<MIPrimaryKey>();
+        m_foreignKeys = SchemaRows<MIForeignKey>();
+        m_pkeyIndexNames.clear();
+        m_primaryKeysRead = false;
+        m_foreignKeysRead = false;
+    }
+
+private:
+    void Finish() noexcept {
+        if (m_worker.joinable()) {
+            m_worker.join();
+        }
+        m_primaryKeysDone = false;
+        m_foreignKeysDone = false;
+    }
+
+    template <typename Done> bool Wait(const WyString& catalog, const WyString& schema, Done done) {
+        if (!m_worker.joinable() || catalog != m_catalog || schema != m_schema) {
+            return false;
+        }
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, done);
+        return true;
+    }
+
+    void Read() noexcept {
+        try {
+            if (!m_connected) {
+                Connect(m_environment, m_connection, m_source, m_user, m_password, L"prefetching keys");
+                m_connected = true;
+            }
+            ReadPrimaryKeysPostgres(m_connection.Get(), m_schema, m_primaryKeys, m_pkeyIndexNames);
+            m_primaryKeysRead = true;
+        } catch (...) {
+            m_unavailable = !m_connected;
+        }
+        Signal(m_primaryKeysDone);
+        try {
+            if (m_connected) {
+                ReadForeignKeysPostgres(m_connection.Get(), m_schema, m_foreignKeys);
+                m_foreignKeysRead = true;
+            }
+        } catch (...) {
+        }
+        Signal(m_foreignKeysDone);
+    }
+
+    void Signal(bool& done) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            done = true;
+        }
+        m_changed.notify_all();
+    }
+
+    WyString m_source;
+    WyString m_user;
+    WyString m_password;
+    bool m_unavailable = true; // no second connection: not configured, or it could not be opened
+    Handle m_environment;
+    Handle m_connection;
+    bool m_connected = false;
+
+    std::thread m_worker;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_primaryKeysDone = false;
+    bool m_foreignKeysDone = false;
+
+    // Written by the worker until it signals the kind done; read by the caller after that.
+    WyString m_catalog;
+    WyString m_schema;
+    SchemaRows<MIPrimaryKey> m_primaryKeys;
+    std::set<WyString> m_pkeyIndexNames;
+    bool m_primaryKeysRead = false;
+    SchemaRows<MIForeignKey> m_foreignKeys;
+    bool m_foreignKeysRead = false;
+};
+
 } // namespace
 
 struct OdbcImport::State {
@@ -782,10 +999,12 @@ struct OdbcImport::State {
     Served<MIColumn> servedColumns;
     Served<MIPrimaryKey> servedPrimaryKeys;
     Served<MIForeignKey> servedForeignKeys;
+    KeyPrefetch keyPrefetch;
 
     ~State() { Close(); }
 
     void Close() noexcept {
+        keyPrefetch.Close();
         for (Listing* listing : {&catalogs, &schemas, &tables, &columns, &primaryKeys, &foreignKeys}) {
             listing->Free();
         }
@@ -897,6 +1116,7 @@ struct OdbcImport::State {
         std::map<WyString, uint32_t> kinds; // new to this connection, numbered from 0
         std::vector<std::pair<TableRef, WyString>> representatives;
         const WyString schemaLike = PgLiteral(DriverPattern(schema));
+        keyPrefetch.Start(catalog, schema);
         relationsNotRead.clear();
         RunQuery(Connection(context), WithSchema(kPgOtherRelationQuery, schemaLike), context,
                  [&](Row& row) { relationsNotRead.emplace(row.Text(1), '\0'); });
@@ -932,46 +1152,6 @@ struct OdbcImport::State {
                 column.shape = shapeOfKind[column.shape & ~kNewKind];
             }
         });
-    }
-
-    void LoadPrimaryKeysPostgres(SchemaRows<MIPrimaryKey>& rows, const WyString& schema) {
-        const WyString context = L"reading the primary keys of every table of the schema " + Quoted(schema);
-        RunPagedPgQuery(Connection(context), WithSchema(kPgPrimaryKeyQuery, PgLiteral(schema)), context,
-                        [&](Row& row) {
-                            MIPrimaryKey key;
-                            key.catalog_ = row.Text(1);
-                            key.schema_ = row.Text(2);
-                            key.table_ = row.Text(3);
-                            key.columnName_ = row.Text(4);
-                            key.keySequence_ = row.Small(5);
-                            key.primaryKeyName_ = row.Text(6);
-                            rows.Add(WyString(), key.schema_, key.table_, key);
-                        });
-        pkeyIndexNames.clear();
-        RunQuery(Connection(context), WithSchema(kPgPkeyIndexQuery, PgLiteral(schema)), context,
-                 [&](Row& row) { pkeyIndexNames.insert(row.Text(1)); });
-    }
-
-    void LoadForeignKeysPostgres(SchemaRows<MIForeignKey>& rows, const WyString& schema) {
-        const WyString context = L"reading the foreign keys of every table of the schema " + Quoted(schema);
-        RunPagedPgQuery(Connection(context), WithSchema(kPgForeignKeyQuery, PgLiteral(schema)), context,
-                        [&](Row& row) {
-                            MIForeignKey key;
-                            key.pkCatalog_ = row.Text(1);
-                            key.pkSchema_ = row.Text(2);
-                            key.pkTable_ = row.Text(3);
-                            key.pkColumnName_ = row.Text(4);
-                            key.fkCatalog_ = row.Text(5);
-                            key.fkSchema_ = row.Text(6);
-                            key.fkTable_ = row.Text(7);
-                            key.fkColumnName_ = row.Text(8);
-                            key.keySequence_ = row.Small(9);
-                            key.updateRule_ = row.Small(10);
-                            key.deleteRule_ = row.Small(11);
-                            key.foreignKeyName_ = row.Text(12);
-                            key.primaryKeyName_ = row.Text(13);
-                            rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
-                        });
     }
 
     bool ColumnWanted(const MIColumn& column) const {
@@ -1033,7 +1213,10 @@ struct OdbcImport::State {
         }
         const bool inMemory =
             primaryKeyCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<MIPrimaryKey>& rows) {
-                LoadPrimaryKeysPostgres(rows, schema);
+                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows, pkeyIndexNames)) {
+                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, rows,
+                                            pkeyIndexNames);
+                }
             });
         if (!inMemory) {
             return false;
@@ -1063,8 +1246,11 @@ struct OdbcImport::State {
             return false;
         }
         const bool inMemory = foreignKeyCache.Use(
-            fk.catalog, fk.schema, fk.table, bulkReads,
-            [&](SchemaRows<MIForeignKey>& rows) { LoadForeignKeysPostgres(rows, fk.schema); });
+            fk.catalog, fk.schema, fk.table, bulkReads, [&](SchemaRows<MIForeignKey>& rows) {
+                if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
+                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), fk.schema, rows);
+                }
+            });
         if (!inMemory) {
             return false;
         }
@@ -1180,30 +1366,12 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
             : L"connecting to the data source " + Quoted(source) +
                   (user.empty() ? WyString() : L" as user " + Quoted(user));
     try {
-        state.environment.Allocate(SQL_HANDLE_ENV, SQL_NULL_HANDLE, 0, context);
-        Check(SQLSetEnvAttr(state.environment.Get(), SQL_ATTR_ODBC_VERSION,
-                            reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(SQL_OV_ODBC3)), 0),
-              context, SQL_HANDLE_ENV, state.environment.Get());
-        state.connection.Allocate(SQL_HANDLE_DBC, state.environment.Get(), SQL_HANDLE_ENV, context);
-        // A server that does not answer must end in a message, not a hang. Drivers that cannot
-        // time out a login refuse the attribute; they connect without it.
-        SQLSetConnectAttrW(state.connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
-                           reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(15)), 0);
-        SQLRETURN rc;
-        if (isConnectionString) {
-            WideArg text(connectionString);
-            rc = SQLDriverConnectW(state.connection.Get(), nullptr, text.Data(), text.Length(), nullptr, 0,
-                                   nullptr, SQL_DRIVER_NOPROMPT);
-        } else {
-            WideArg dsn(source);
-            WideArg userArg = NullIfEmpty(user);
-            WideArg passwordArg = NullIfEmpty(password);
-            rc = SQLConnectW(state.connection.Get(), dsn.Data(), dsn.Length(), userArg.Data(),
-                             userArg.Length(), passwordArg.Data(), passwordArg.Length());
-        }
-        Check(rc, context, SQL_HANDLE_DBC, state.connection.Get());
+        Connect(state.environment, state.connection, source, user, password, context);
         state.connected = true;
         state.dialect = state.perTableOnly ? Dialect::Plain : DetectDialect(state.connection.Get());
+        if (state.dialect == Dialect::Postgres) {
+            state.keyPrefetch.Configure(source, user, password);
+        }
     } catch (...) {
         state.Close();
         throw;

@@ -9,8 +9,10 @@
 
 /// An import source over one ODBC connection. Each kind of listing (catalogs, schemas, tables,
 /// columns, primary keys, foreign keys) has a statement of its own, so listings of different kinds
-/// may be read side by side. Every ODBC failure is thrown as ErrorMessage: first what was being
-/// done, in the user's words, then one message "SQLSTATE [native] text" per diagnostic record.
+/// may be read side by side. With psqlODBC, a second connection to the same source (opened when
+/// first needed, from a thread of its own) reads a schema's keys while the first reads its columns.
+/// Every ODBC failure is thrown as ErrorMessage: first what was being done, in the user's words,
+/// then one message "SQLSTATE [native] text" per diagnostic record.
 class OdbcImport : public MIMetaDataImportBase {
 public:
     OdbcImport();

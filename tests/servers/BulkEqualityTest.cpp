@@ -75,7 +75,7 @@ CREATE TABLE "bulk b".refers (r integer REFERENCES bulk_a.xy_target (id));
 )sql";
 
 class BulkEqualityTest : public ::testing::Test {
-protected:
+public:
     static void Psql(const std::string& sql) {
         const std::string path = ScratchPath("bulk-equality.sql");
         std::ofstream(path) << sql;
@@ -86,6 +86,8 @@ protected:
                        " -d " + ShellQuote(Setting("UDML_PG_DATABASE")) + " -f " + ShellQuote(path));
         ASSERT_EQ(run.exitStatus, 0) << run.standardError;
     }
+
+protected:
     static void Mariadb(const std::string& sql) {
         const std::string path = ScratchPath("bulk-equality-mariadb.sql");
         std::ofstream(path) << sql;
@@ -105,18 +107,23 @@ protected:
     }
 };
 
-TEST_F(BulkEqualityTest, PostgresSchemasMatchThePerTableCalls) {
-    std::string sql = kPostgresSql;
-    // The cross-schema reference needs its target first.
-    sql.replace(sql.find("CREATE TABLE \"bulk b\".refers"), 0,
-                "CREATE TABLE bulk_a.xy_target (id integer PRIMARY KEY);\n");
-    Psql(sql);
-    struct Cleanup {
-        ~Cleanup() {
-            Psql("DROP SCHEMA IF EXISTS bulk_a CASCADE; DROP SCHEMA IF EXISTS \"bulk b\" CASCADE;");
-        }
-    } cleanup;
+// Creates the PostgreSQL schemas; they are dropped when the returned guard goes.
+struct PostgresSchemas {
+    PostgresSchemas() {
+        std::string sql = kPostgresSql;
+        // The cross-schema reference needs its target first.
+        sql.replace(sql.find("CREATE TABLE \"bulk b\".refers"), 0,
+                    "CREATE TABLE bulk_a.xy_target (id integer PRIMARY KEY);\n");
+        BulkEqualityTest::Psql(sql);
+    }
+    ~PostgresSchemas() {
+        BulkEqualityTest::Psql(
+            "DROP SCHEMA IF EXISTS bulk_a CASCADE; DROP SCHEMA IF EXISTS \"bulk b\" CASCADE;");
+    }
+};
 
+TEST_F(BulkEqualityTest, PostgresSchemasMatchThePerTableCalls) {
+    PostgresSchemas schemas;
     OdbcImport fast, plain;
     Open(fast, "UDML_PG_CONNECT", false);
     Open(plain, "UDML_PG_CONNECT", true);
@@ -127,6 +134,26 @@ TEST_F(BulkEqualityTest, PostgresSchemasMatchThePerTableCalls) {
     EXPECT_EQ(ExpectSameRecords(fast, plain, catalog, L"bulk_a"), 16u);
     EXPECT_EQ(fast.WholeSchemaReads(), 9u); // columns, primary and foreign keys of each visit
     EXPECT_EQ(plain.WholeSchemaReads(), 0u);
+}
+
+// The keys are read on a second connection while the first reads the columns; a database that
+// admits no further connection gets the same records, read on the first.
+TEST_F(BulkEqualityTest, PostgresWithoutASecondConnectionMatchesThePerTableCalls) {
+    PostgresSchemas schemas;
+    const std::string database = "\"" + Setting("UDML_PG_DATABASE") + "\"";
+    Psql("ALTER DATABASE " + database + " CONNECTION LIMIT 2;");
+    struct Unlimit {
+        std::string database;
+        ~Unlimit() { Psql("ALTER DATABASE " + database + " CONNECTION LIMIT -1;"); }
+    } unlimit{database};
+
+    OdbcImport fast, plain;
+    Open(fast, "UDML_PG_CONNECT", false);
+    Open(plain, "UDML_PG_CONNECT", true);
+    const WyString catalog = Wide(Setting("UDML_PG_DATABASE"));
+    EXPECT_EQ(ExpectSameRecords(fast, plain, catalog, L"bulk_a"), 16u);
+    EXPECT_EQ(ExpectSameRecords(fast, plain, catalog, L"bulk b"), 2u);
+    EXPECT_EQ(fast.WholeSchemaReads(), 6u);
 }
 
 TEST_F(BulkEqualityTest, MariadbDatabaseMatchesThePerTableCalls) {
