@@ -247,7 +247,7 @@ done
       secs=$(awk -v s="$size" -v t="$tool" '$1 == s && $2 == t {print $3}' "$raw" | median)
       peak=$(awk -v s="$size" -v t="$tool" '$1 == s && $2 == t {print $4}' "$raw" | median)
       awk -v n="$size" -v t="$tool" -v s="$secs" -v d="$dump" -v p="$peak" -v r="$runs" \
-        'BEGIN {printf "| %s | %s | %.2f | %.1f | %.1f | %s |\n", n, t, s, (d > 0 ? s / d : 0), p / 1024, r}'
+        'BEGIN {printf "| %s | %s | %.2f | %.2f | %.1f | %s |\n", n, t, s, (d > 0 ? s / d : 0), p / 1024, r}'
     done
   done
 } | tee "$results"
