@@ -4,25 +4,20 @@
 #include "import/odbc/OdbcImport.h"
 
 #include "import/SearchPattern.h"
+#include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
+#include "import/odbc/PostgresCatalog.h"
 #include "import/odbc/SchemaRows.h"
 #include "import/odbc/Utf16.h"
 
-#include <sql.h>
-#include <sqlext.h>
-#include <sqlucode.h>
-
 #include <algorithm>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -46,143 +41,9 @@
 //       and echoes the name as given ("ORDER_LINES" yields the keys of order_lines, so named).
 // NOTE: SQLite3 ODBC lists the foreign keys of a table last declared first.
 
+using namespace odbc;
+
 namespace {
-
-using Units = std::vector<SQLWCHAR>;
-
-WyString FromSql(const SQLWCHAR* units, size_t length) {
-    std::u16string text(length, u'\0');
-    for (size_t i = 0; i < length; ++i) {
-        text[i] = static_cast<char16_t>(units[i]);
-    }
-    return Utf16ToWide(text);
-}
-
-WyString Quoted(const WyString& name) {
-    return L"\"" + name + L"\"";
-}
-
-// "cat"."schema"."table" from the non-empty parts, for messages.
-WyString NamePath(std::initializer_list<const WyString*> parts) {
-    WyString path;
-    for (const WyString* part : parts) {
-        if (part->empty()) {
-            continue;
-        }
-        if (!path.empty()) {
-            path += L'.';
-        }
-        path += Quoted(*part);
-    }
-    return path;
-}
-
-// Collects the diagnostic records of `handle` as "SQLSTATE [native] text" messages.
-void AddDiagnostics(ErrorMessage& error, SQLSMALLINT handleType, SQLHANDLE handle) {
-    if (handle == SQL_NULL_HANDLE) {
-        return;
-    }
-    // Bounded, so that a driver that answers every record number cannot keep us here.
-    for (SQLSMALLINT record = 1; record <= 64; ++record) {
-        SQLWCHAR state[6] = {};
-        SQLINTEGER native = 0;
-        Units text(512);
-        SQLSMALLINT length = 0;
-        SQLRETURN rc = SQLGetDiagRecW(handleType, handle, record, state, &native, text.data(),
-                                      static_cast<SQLSMALLINT>(text.size()), &length);
-        if (rc == SQL_SUCCESS_WITH_INFO && length >= static_cast<SQLSMALLINT>(text.size())) {
-            text.resize(
-                static_cast<size_t>(std::min<int>(length + 1, std::numeric_limits<SQLSMALLINT>::max())));
-            rc = SQLGetDiagRecW(handleType, handle, record, state, &native, text.data(),
-                                static_cast<SQLSMALLINT>(text.size()), &length);
-        }
-        if (!SQL_SUCCEEDED(rc)) {
-            break;
-        }
-        const size_t shown = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)), text.size() - 1);
-        error.AddMessage(FromSql(state, 5) + L" [" + std::to_wstring(native) + L"] " +
-                         FromSql(text.data(), shown));
-    }
-}
-
-// The error for a failed call: what was being done, then the driver's diagnostics.
-ErrorMessage OdbcError(const WyString& context, SQLSMALLINT handleType, SQLHANDLE handle, SQLRETURN rc) {
-    ErrorMessage error(context);
-    AddDiagnostics(error, handleType, handle);
-    if (error.Messages().size() == 1) {
-        error.AddMessage(L"the ODBC driver gave no diagnostic record (return code " + std::to_wstring(rc) +
-                         L")");
-    }
-    return error;
-}
-
-void Check(SQLRETURN rc, const WyString& context, SQLSMALLINT handleType, SQLHANDLE handle) {
-    if (!SQL_SUCCEEDED(rc)) {
-        throw OdbcError(context, handleType, handle, rc);
-    }
-}
-
-// An ODBC handle of any type, freed with its scope.
-class Handle {
-public:
-    Handle() = default;
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    ~Handle() { Reset(); }
-
-    // Allocates a handle of `type` under `parent`; the failure is thrown with `context`.
-    void Allocate(SQLSMALLINT type, SQLHANDLE parent, SQLSMALLINT parentType, const WyString& context) {
-        Reset();
-        SQLHANDLE handle = SQL_NULL_HANDLE;
-        const SQLRETURN rc = SQLAllocHandle(type, parent, &handle);
-        if (!SQL_SUCCEEDED(rc)) {
-            if (parent == SQL_NULL_HANDLE) {
-                throw ErrorMessage(context +
-                                   L": the unixODBC driver manager could not set up an environment");
-            }
-            throw OdbcError(context, parentType, parent, rc);
-        }
-        m_type = type;
-        m_handle = handle;
-    }
-    void Reset() noexcept {
-        if (m_handle != SQL_NULL_HANDLE) {
-            SQLFreeHandle(m_type, m_handle);
-            m_handle = SQL_NULL_HANDLE;
-        }
-    }
-    SQLHANDLE Get() const { return m_handle; }
-
-private:
-    SQLSMALLINT m_type = 0;
-    SQLHANDLE m_handle = SQL_NULL_HANDLE;
-};
-
-// A text argument of a wide entry point: NUL-terminated UTF-16, or NULL.
-class WideArg {
-public:
-    WideArg() = default;
-    explicit WideArg(const WyString& text) : m_isNull(false) {
-        const std::u16string units = WideToUtf16(text);
-        if (units.size() > static_cast<size_t>(std::numeric_limits<SQLSMALLINT>::max())) {
-            throw ErrorMessage(L"the name " + Quoted(text.substr(0, 40)) +
-                               L"... is too long to pass to an ODBC driver (more than 32767 UTF-16 units)");
-        }
-        m_units.assign(units.begin(), units.end());
-        m_units.push_back(0);
-    }
-    SQLWCHAR* Data() { return m_isNull ? nullptr : m_units.data(); }
-    SQLSMALLINT Length() const { return m_isNull ? 0 : static_cast<SQLSMALLINT>(m_units.size() - 1); }
-
-private:
-    Units m_units;
-    bool m_isNull = true;
-};
-
-// The empty text means "every name", which ODBC spells NULL.
-WideArg NullIfEmpty(const WyString& text) {
-    return text.empty() ? WideArg() : WideArg(text);
-}
 
 // NOTE: unixODBC passes the arguments of wide calls to a driver without wide entry points (the
 //       Debian build of SQLite3 ODBC is one) in the character set of the process locale; under
@@ -227,18 +88,6 @@ WyString EscapedName(const WyString& name) {
     return pattern;
 }
 
-// A PostgreSQL string literal that reads as `text` whatever standard_conforming_strings says.
-WyString PgLiteral(const WyString& text) {
-    WyString literal = L"E'";
-    for (wchar_t c : text) {
-        if (c == L'\\' || c == L'\'') {
-            literal += L'\\';
-        }
-        literal += c;
-    }
-    return literal + L"'";
-}
-
 // An argument that the catalog function takes literally (the catalog of SQLColumns) while the
 // caller gave a search pattern: a pattern with "%" selects every name here and is applied
 // afterwards; otherwise the escapes are removed and the name passed on.
@@ -258,83 +107,6 @@ WideArg LiteralArgument(const WyString& pattern) {
     }
     return NullIfEmpty(literal);
 }
-
-// Reads the columns of the current row, in ascending order.
-class Row {
-public:
-    Row(SQLHSTMT statement, const WyString& context) : m_statement(statement), m_context(context) {}
-
-    // NULL is the empty text. Texts of any length are read piece by piece.
-    WyString Text(SQLUSMALLINT column) {
-        std::u16string text;
-        Units chunk(512);
-        const size_t room = chunk.size() - 1;
-        for (;;) {
-            SQLLEN indicator = 0;
-            const SQLRETURN rc = SQLGetData(m_statement, column, SQL_C_WCHAR, chunk.data(),
-                                            static_cast<SQLLEN>(chunk.size() * sizeof(SQLWCHAR)), &indicator);
-            if (rc == SQL_NO_DATA) {
-                break; // the previous piece was the last
-            }
-            Check(rc, ColumnContext(column), SQL_HANDLE_STMT, m_statement);
-            if (indicator == SQL_NULL_DATA) {
-                return WyString();
-            }
-            const bool truncated =
-                rc == SQL_SUCCESS_WITH_INFO &&
-                (indicator == SQL_NO_TOTAL ||
-                 (indicator > 0 && static_cast<size_t>(indicator) / sizeof(SQLWCHAR) > room));
-            size_t count = 0;
-            if (truncated) {
-                // The piece is NUL-terminated; a driver may leave part of the room unused rather
-                // than split a character.
-                while (count < room && chunk[count] != 0) {
-                    ++count;
-                }
-                if (count == 0) {
-                    ErrorMessage error(ColumnContext(column));
-                    error.AddMessage(L"the ODBC driver reported more text but delivered none");
-                    throw error;
-                }
-            } else {
-                count = indicator > 0 ? std::min(static_cast<size_t>(indicator) / sizeof(SQLWCHAR), room) : 0;
-            }
-            for (size_t i = 0; i < count; ++i) {
-                text.push_back(static_cast<char16_t>(chunk[i]));
-            }
-            if (!truncated) {
-                break;
-            }
-        }
-        return Utf16ToWide(text);
-    }
-
-    // The signed value; NULL is 0.
-    int32_t Signed(SQLUSMALLINT column) {
-        SQLINTEGER value = 0;
-        SQLLEN indicator = 0;
-        const SQLRETURN rc = SQLGetData(m_statement, column, SQL_C_SLONG, &value, sizeof value, &indicator);
-        Check(rc, ColumnContext(column), SQL_HANDLE_STMT, m_statement);
-        return indicator == SQL_NULL_DATA ? 0 : static_cast<int32_t>(value);
-    }
-    // NULL and negative values are 0.
-    uint32 Unsigned(SQLUSMALLINT column) {
-        const int32_t value = Signed(column);
-        return value < 0 ? 0 : static_cast<uint32>(value);
-    }
-    // As Unsigned, held to the range of a 16-bit field rather than wrapped.
-    uint16 Small(SQLUSMALLINT column) {
-        return static_cast<uint16>(std::min<uint32>(Unsigned(column), std::numeric_limits<uint16>::max()));
-    }
-
-private:
-    WyString ColumnContext(SQLUSMALLINT column) const {
-        return m_context + L" (result column " + std::to_wstring(column) + L")";
-    }
-
-    SQLHSTMT m_statement;
-    const WyString& m_context;
-};
 
 struct TableRef {
     WyString catalog;
@@ -572,67 +344,6 @@ template <typename Record> struct Served {
     }
 };
 
-// Runs `sql` and calls `take(row)` for every row of its result.
-template <typename Take>
-void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, Take take) {
-    Handle statement;
-    statement.Allocate(SQL_HANDLE_STMT, connection, SQL_HANDLE_DBC, context);
-    WideArg text(sql);
-    SQLRETURN rc = SQLExecDirectW(statement.Get(), text.Data(), SQL_NTS);
-    if (rc == SQL_NO_DATA) {
-        return;
-    }
-    Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-    SQLSMALLINT resultColumns = 0;
-    Check(SQLNumResultCols(statement.Get(), &resultColumns), context, SQL_HANDLE_STMT, statement.Get());
-    if (resultColumns == 0) {
-        return; // a command, not a query
-    }
-    while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-        Row row(statement.Get(), context);
-        take(row);
-    }
-    if (rc != SQL_NO_DATA) {
-        throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
-    }
-}
-
-// As RunQuery, but through a server-side cursor read a page at a time: psqlODBC holds a whole
-// result in memory, and a schema's columns may be many.
-template <typename Take>
-void RunPagedPgQuery(SQLHDBC connection, const WyString& sql, const WyString& context, Take take) {
-    const size_t page = 5000;
-    const WyString cursor = L"udmlgen_schema_rows";
-    auto ignore = [](Row&) {};
-    // A cursor's query is planned for its first rows (nested loops over the whole catalog, seconds);
-    // a materialized common table expression is planned for all of them.
-    RunQuery(connection,
-             L"declare " + cursor + L" no scroll cursor with hold for with udmlgen_rows as materialized (" +
-                 sql + L") select * from udmlgen_rows",
-             context, ignore);
-    try {
-        for (;;) {
-            size_t count = 0;
-            RunQuery(connection, L"fetch forward " + std::to_wstring(page) + L" from " + cursor, context,
-                     [&](Row& row) {
-                         ++count;
-                         take(row);
-                     });
-            if (count < page) {
-                break;
-            }
-        }
-    } catch (...) {
-        try {
-            RunQuery(connection, L"close " + cursor, context, ignore);
-        } catch (const ErrorMessage&) {
-            // The first failure is the one worth reporting.
-        }
-        throw;
-    }
-    RunQuery(connection, L"close " + cursor, context, ignore);
-}
-
 // Reads one SQLColumns row (of `statement`) into its parts.
 void ReadColumnRow(Row& row, TableRef& table, CachedColumn& column, ColumnShape& shape) {
     shape.catalog = row.Text(1);
@@ -666,292 +377,6 @@ MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const Col
     column.remarks_ = cached.remarks;
     return column;
 }
-
-// What psqlODBC's SQLColumns computes from a column's type depends on these attributes of the
-// column alone (besides the connection's settings), as its own catalog query reads them; the
-// default matters only as far as it makes the column auto-incrementing. Defaults are looked up
-// column by column (a join hashes every default of the catalog for each schema), and deparsed
-// without their table unless they refer to columns (a generated column's): with the table, the
-// server opens every table of the schema, which costs more than the rest of the query.
-const wchar_t* const kPgColumnQuery =
-    L"select n.nspname, c.relname, a.attname, concat_ws(chr(1), a.atttypid, t.typname, a.attlen, "
-    L"a.atttypmod, a.attnotnull, c.relhasrules, c.relkind, case t.typtype when 'd' then t.typbasetype "
-    L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, a.atthasdef and coalesce((select "
-    L"pg_catalog.pg_get_expr(d.adbin, case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) "
-    L"like 'nextval(%' from pg_catalog.pg_attrdef d where d.adrelid = a.attrelid and d.adnum = a.attnum), "
-    L"false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
-    L"c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
-    L"a.attisdropped) and a.attnum > 0 and a.attrelid = c.oid and c.relkind in ('r', 'v', 'm', 'f', 'p')) "
-    L"inner join pg_catalog.pg_type t on t.oid = a.atttypid) order by n.nspname, c.relname, a.attnum";
-
-// psqlODBC's SQLColumns lists the columns of every relation whose name matches, indexes,
-// sequences and composite types too. Their columns are not kept; a request whose pattern matches
-// one of their names is left to the driver.
-const wchar_t* const kPgOtherRelationQuery =
-    L"select c.relname from pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
-    L"c.relnamespace and n.nspname like $SCHEMA where c.relkind not in ('r', 'v', 'm', 'f', 'p')";
-
-// psqlODBC's SQLPrimaryKeys for every table of one schema: the rows of its first query, without the
-// table. Its comma joins plan as a hash join over every attribute of the catalog; walking each key
-// index's columns (int2vector subscripts start at 0) reads them through the attribute index.
-const wchar_t* const kPgPrimaryKeyQuery =
-    L"select pg_catalog.current_database(), n.nspname, tc.relname, ta.attname, ia.attnum, ic.relname from "
-    L"pg_catalog.pg_namespace n inner join pg_catalog.pg_class tc on n.oid = tc.relnamespace inner join "
-    L"pg_catalog.pg_index i on tc.oid = i.indrelid and i.indisprimary inner join pg_catalog.pg_class ic "
-    L"on ic.oid = i.indexrelid cross join lateral pg_catalog.unnest(i.indkey::pg_catalog.int2[]) with "
-    L"ordinality k(attnum, n) inner join pg_catalog.pg_attribute ia on ia.attrelid = i.indexrelid and "
-    L"ia.attnum = k.n and not ia.attisdropped inner join pg_catalog.pg_attribute ta on ta.attrelid = "
-    L"i.indrelid and ta.attnum = k.attnum and not ta.attisdropped where n.nspname = $SCHEMA order by "
-    L"tc.relname, ia.attnum";
-
-// For a table without a primary key psqlODBC looks for an index named "<table>_pkey": such
-// tables are left to the driver.
-const wchar_t* const kPgPkeyIndexQuery =
-    L"select c.relname from pg_catalog.pg_class c, pg_catalog.pg_namespace n where n.oid = "
-    L"c.relnamespace and n.nspname = $SCHEMA and right(c.relname, 5) = '_pkey'";
-
-// psqlODBC's SQLForeignKeys for every table of one schema on the foreign-key side. The same rows as
-// its query gives, but planned from the schema's constraints outwards: its generate_series is
-// estimated at a thousand rows a key, which plans hash joins over whole catalogs and, past the
-// server's cost threshold, compiles the query (a JIT that costs more than the query).
-const wchar_t* const kPgForeignKeyQuery =
-    L"select pg_catalog.current_database(), n2.nspname, c2.relname, a2.attname, "
-    L"pg_catalog.current_database(), ref.nspname, ref.relname, a1.attname, ref.i::int2, case "
-    L"ref.confupdtype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' then "
-    L"1::int2 else 3::int2 end, case ref.confdeltype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' "
-    L"then 4::int2 when 'r' then 1::int2 else 3::int2 end, ref.conname, cn.conname from (select cn.oid, "
-    L"cn.conrelid, cn.conkey, cn.confrelid, cn.confkey, k.i, cn.confupdtype, cn.confdeltype, cn.conname, "
-    L"c.relname, n.nspname from pg_catalog.pg_namespace n inner join pg_catalog.pg_class c on n.oid = "
-    L"c.relnamespace inner join pg_catalog.pg_constraint cn on cn.conrelid = c.oid and cn.contype = 'f' "
-    L"cross join lateral pg_catalog.unnest(cn.conkey) with ordinality k(attnum, i) where n.nspname = "
-    L"$SCHEMA) ref inner join pg_catalog.pg_attribute a1 on a1.attrelid = ref.conrelid and a1.attnum = "
-    L"ref.conkey[ref.i] inner join pg_catalog.pg_class c2 on c2.oid = ref.confrelid inner join "
-    L"pg_catalog.pg_namespace n2 on n2.oid = c2.relnamespace inner join pg_catalog.pg_attribute a2 on "
-    L"a2.attrelid = ref.confrelid and a2.attnum = ref.confkey[ref.i] left outer join "
-    L"pg_catalog.pg_constraint cn on cn.conrelid = ref.confrelid and cn.contype = 'p' order by "
-    L"ref.relname, ref.oid, ref.i";
-
-WyString WithSchema(const wchar_t* query, const WyString& schemaLiteral) {
-    WyString sql = query;
-    const WyString marker = L"$SCHEMA";
-    const size_t at = sql.find(marker);
-    sql.replace(at, marker.size(), schemaLiteral);
-    return sql;
-}
-
-// Every primary-key row of the schema, and the names of its indexes that end in "_pkey".
-void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
-                             std::set<WyString>& pkeyIndexNames) {
-    const WyString context = L"reading the primary keys of every table of the schema " + Quoted(schema);
-    RunPagedPgQuery(connection, WithSchema(kPgPrimaryKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
-        MIPrimaryKey key;
-        key.catalog_ = row.Text(1);
-        key.schema_ = row.Text(2);
-        key.table_ = row.Text(3);
-        key.columnName_ = row.Text(4);
-        key.keySequence_ = row.Small(5);
-        key.primaryKeyName_ = row.Text(6);
-        rows.Add(WyString(), key.schema_, key.table_, key);
-    });
-    pkeyIndexNames.clear();
-    RunQuery(connection, WithSchema(kPgPkeyIndexQuery, PgLiteral(schema)), context,
-             [&](Row& row) { pkeyIndexNames.insert(row.Text(1)); });
-}
-
-// Every foreign-key row of the schema's tables.
-void ReadForeignKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIForeignKey>& rows) {
-    const WyString context = L"reading the foreign keys of every table of the schema " + Quoted(schema);
-    RunPagedPgQuery(connection, WithSchema(kPgForeignKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
-        MIForeignKey key;
-        key.pkCatalog_ = row.Text(1);
-        key.pkSchema_ = row.Text(2);
-        key.pkTable_ = row.Text(3);
-        key.pkColumnName_ = row.Text(4);
-        key.fkCatalog_ = row.Text(5);
-        key.fkSchema_ = row.Text(6);
-        key.fkTable_ = row.Text(7);
-        key.fkColumnName_ = row.Text(8);
-        key.keySequence_ = row.Small(9);
-        key.updateRule_ = row.Small(10);
-        key.deleteRule_ = row.Small(11);
-        key.foreignKeyName_ = row.Text(12);
-        key.primaryKeyName_ = row.Text(13);
-        rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
-    });
-}
-
-// Opens `connection` (under a new `environment`) to `source`: a connection string when it contains
-// "=", with the user and password appended, otherwise a data source name. Throws with `context`.
-void Connect(Handle& environment, Handle& connection, const WyString& source, const WyString& user,
-             const WyString& password, const WyString& context) {
-    environment.Allocate(SQL_HANDLE_ENV, SQL_NULL_HANDLE, 0, context);
-    Check(SQLSetEnvAttr(environment.Get(), SQL_ATTR_ODBC_VERSION,
-                        reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(SQL_OV_ODBC3)), 0),
-          context, SQL_HANDLE_ENV, environment.Get());
-    connection.Allocate(SQL_HANDLE_DBC, environment.Get(), SQL_HANDLE_ENV, context);
-    // A server that does not answer must end in a message, not a hang. Drivers that cannot
-    // time out a login refuse the attribute; they connect without it.
-    SQLSetConnectAttrW(connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
-                       reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(15)), 0);
-    SQLRETURN rc;
-    if (source.find(L'=') != WyString::npos) {
-        WideArg text(AppendCredentials(source, user, password));
-        rc = SQLDriverConnectW(connection.Get(), nullptr, text.Data(), text.Length(), nullptr, 0, nullptr,
-                               SQL_DRIVER_NOPROMPT);
-    } else {
-        WideArg dsn(source);
-        WideArg userArg = NullIfEmpty(user);
-        WideArg passwordArg = NullIfEmpty(password);
-        rc = SQLConnectW(connection.Get(), dsn.Data(), dsn.Length(), userArg.Data(), userArg.Length(),
-                         passwordArg.Data(), passwordArg.Length());
-    }
-    Check(rc, context, SQL_HANDLE_DBC, connection.Get());
-}
-
-// The keys of the schema whose columns are being read, read meanwhile on a second connection of
-// its own: the server works on both at once, and the keys are in memory by the time the writer
-// asks for them. Whatever goes wrong here is dropped; the main connection then reads the keys
-// itself and reports what is really wrong.
-class KeyPrefetch {
-public:
-    ~KeyPrefetch() { Close(); }
-
-    // Remembers how to open the second connection; `source` empty: never prefetch.
-    void Configure(const WyString& source, const WyString& user, const WyString& password) {
-        Close();
-        m_source = source;
-        m_user = user;
-        m_password = password;
-        m_unavailable = source.empty();
-    }
-
-    // Starts reading the keys of (`catalog`, `schema`), dropping any that were not taken.
-    void Start(const WyString& catalog, const WyString& schema) {
-        Finish();
-        if (m_unavailable) {
-            return;
-        }
-        m_catalog = catalog;
-        m_schema = schema;
-        m_primaryKeysRead = false;
-        m_foreignKeysRead = false;
-        m_primaryKeys.Reset(catalog, schema);
-        m_foreignKeys.Reset(catalog, schema);
-        m_pkeyIndexNames.clear();
-        m_worker = std::thread([this] { Read(); });
-    }
-
-    // The primary keys of (`catalog`, `schema`) when they were read here; false otherwise.
-    bool TakePrimaryKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
-                         std::set<WyString>& pkeyIndexNames) {
-        if (!Wait(catalog, schema, [this] { return m_primaryKeysDone; }) || !m_primaryKeysRead) {
-            return false;
-        }
-        m_primaryKeysRead = false;
-        rows = std::move(m_primaryKeys);
-        pkeyIndexNames = std::move(m_pkeyIndexNames);
-        return true;
-    }
-    bool TakeForeignKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIForeignKey>& rows) {
-        if (!Wait(catalog, schema, [this] { return m_foreignKeysDone; }) || !m_foreignKeysRead) {
-            return false;
-        }
-        m_foreignKeysRead = false;
-        rows = std::move(m_foreignKeys);
-        return true;
-    }
-
-    void Close() noexcept {
-        Finish();
-        if (m_connected) {
-            SQLDisconnect(m_connection.Get());
-            m_connected = false;
-        }
-        m_connection.Reset();
-        m_environment.Reset();
-        std::fill(m_password.begin(), m_password.end(), L'\0');
-        m_source.clear();
-        m_user.clear();
-        m_password.clear();
-        m_unavailable = true;
-        m_primaryKeys = SchemaRows<MIPrimaryKey>();
-        m_foreignKeys = SchemaRows<MIForeignKey>();
-        m_pkeyIndexNames.clear();
-        m_primaryKeysRead = false;
-        m_foreignKeysRead = false;
-    }
-
-private:
-    void Finish() noexcept {
-        if (m_worker.joinable()) {
-            m_worker.join();
-        }
-        m_primaryKeysDone = false;
-        m_foreignKeysDone = false;
-    }
-
-    template <typename Done> bool Wait(const WyString& catalog, const WyString& schema, Done done) {
-        if (!m_worker.joinable() || catalog != m_catalog || schema != m_schema) {
-            return false;
-        }
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, done);
-        return true;
-    }
-
-    void Read() noexcept {
-        try {
-            if (!m_connected) {
-                Connect(m_environment, m_connection, m_source, m_user, m_password, L"prefetching keys");
-                m_connected = true;
-            }
-            ReadPrimaryKeysPostgres(m_connection.Get(), m_schema, m_primaryKeys, m_pkeyIndexNames);
-            m_primaryKeysRead = true;
-        } catch (...) {
-            m_unavailable = !m_connected;
-        }
-        Signal(m_primaryKeysDone);
-        try {
-            if (m_connected) {
-                ReadForeignKeysPostgres(m_connection.Get(), m_schema, m_foreignKeys);
-                m_foreignKeysRead = true;
-            }
-        } catch (...) {
-        }
-        Signal(m_foreignKeysDone);
-    }
-
-    void Signal(bool& done) {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            done = true;
-        }
-        m_changed.notify_all();
-    }
-
-    WyString m_source;
-    WyString m_user;
-    WyString m_password;
-    bool m_unavailable = true; // no second connection: not configured, or it could not be opened
-    Handle m_environment;
-    Handle m_connection;
-    bool m_connected = false;
-
-    std::thread m_worker;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_primaryKeysDone = false;
-    bool m_foreignKeysDone = false;
-
-    // Written by the worker until it signals the kind done; read by the caller after that.
-    WyString m_catalog;
-    WyString m_schema;
-    SchemaRows<MIPrimaryKey> m_primaryKeys;
-    std::set<WyString> m_pkeyIndexNames;
-    bool m_primaryKeysRead = false;
-    SchemaRows<MIForeignKey> m_foreignKeys;
-    bool m_foreignKeysRead = false;
-};
 
 } // namespace
 
@@ -1118,9 +543,9 @@ struct OdbcImport::State {
         const WyString schemaLike = PgLiteral(DriverPattern(schema));
         keyPrefetch.Start(catalog, schema);
         relationsNotRead.clear();
-        RunQuery(Connection(context), WithSchema(kPgOtherRelationQuery, schemaLike), context,
+        RunQuery(Connection(context), PgOtherRelationQuery(schemaLike), context,
                  [&](Row& row) { relationsNotRead.emplace(row.Text(1), '\0'); });
-        RunPagedPgQuery(Connection(context), WithSchema(kPgColumnQuery, schemaLike), context, [&](Row& row) {
+        RunPagedPgQuery(Connection(context), PgColumnQuery(schemaLike), context, [&](Row& row) {
             TableRef table{WyString(), row.Text(1), row.Text(2)};
             CachedColumn column;
             column.name = row.Text(3);

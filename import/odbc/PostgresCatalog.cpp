@@ -1,0 +1,252 @@
+#include "import/odbc/PostgresCatalog.h"
+
+namespace odbc {
+
+namespace {
+
+// What psqlODBC's SQLColumns computes from a column's type depends on these attributes of the
+// column alone (besides the connection's settings), as its own catalog query reads them; the
+// default matters only as far as it makes the column auto-incrementing. Defaults are looked up
+// column by column (a join hashes every default of the catalog for each schema), and deparsed
+// without their table unless they refer to columns (a generated column's): with the table, the
+// server opens every table of the schema, which costs more than the rest of the query.
+const wchar_t* const kPgColumnQuery =
+    L"select n.nspname, c.relname, a.attname, concat_ws(chr(1), a.atttypid, t.typname, a.attlen, "
+    L"a.atttypmod, a.attnotnull, c.relhasrules, c.relkind, case t.typtype when 'd' then t.typbasetype "
+    L"else 0 end, t.typtypmod, a.attidentity, c.relhassubclass, a.atthasdef and coalesce((select "
+    L"pg_catalog.pg_get_expr(d.adbin, case when d.adbin::text like '%{VAR %' then d.adrelid else 0 end) "
+    L"like 'nextval(%' from pg_catalog.pg_attrdef d where d.adrelid = a.attrelid and d.adnum = a.attnum), "
+    L"false)) from (((pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
+    L"c.relnamespace and n.nspname like $SCHEMA) inner join pg_catalog.pg_attribute a on (not "
+    L"a.attisdropped) and a.attnum > 0 and a.attrelid = c.oid and c.relkind in ('r', 'v', 'm', 'f', 'p')) "
+    L"inner join pg_catalog.pg_type t on t.oid = a.atttypid) order by n.nspname, c.relname, a.attnum";
+
+// psqlODBC's SQLColumns lists the columns of every relation whose name matches, indexes,
+// sequences and composite types too. Their columns are not kept; a request whose pattern matches
+// one of their names is left to the driver.
+const wchar_t* const kPgOtherRelationQuery =
+    L"select c.relname from pg_catalog.pg_class c inner join pg_catalog.pg_namespace n on n.oid = "
+    L"c.relnamespace and n.nspname like $SCHEMA where c.relkind not in ('r', 'v', 'm', 'f', 'p')";
+
+// psqlODBC's SQLPrimaryKeys for every table of one schema: the rows of its first query, without the
+// table. Its comma joins plan as a hash join over every attribute of the catalog; walking each key
+// index's columns (int2vector subscripts start at 0) reads them through the attribute index.
+const wchar_t* const kPgPrimaryKeyQuery =
+    L"select pg_catalog.current_database(), n.nspname, tc.relname, ta.attname, ia.attnum, ic.relname from "
+    L"pg_catalog.pg_namespace n inner join pg_catalog.pg_class tc on n.oid = tc.relnamespace inner join "
+    L"pg_catalog.pg_index i on tc.oid = i.indrelid and i.indisprimary inner join pg_catalog.pg_class ic "
+    L"on ic.oid = i.indexrelid cross join lateral pg_catalog.unnest(i.indkey::pg_catalog.int2[]) with "
+    L"ordinality k(attnum, n) inner join pg_catalog.pg_attribute ia on ia.attrelid = i.indexrelid and "
+    L"ia.attnum = k.n and not ia.attisdropped inner join pg_catalog.pg_attribute ta on ta.attrelid = "
+    L"i.indrelid and ta.attnum = k.attnum and not ta.attisdropped where n.nspname = $SCHEMA order by "
+    L"tc.relname, ia.attnum";
+
+// For a table without a primary key psqlODBC looks for an index named "<table>_pkey": such
+// tables are left to the driver.
+const wchar_t* const kPgPkeyIndexQuery =
+    L"select c.relname from pg_catalog.pg_class c, pg_catalog.pg_namespace n where n.oid = "
+    L"c.relnamespace and n.nspname = $SCHEMA and right(c.relname, 5) = '_pkey'";
+
+// psqlODBC's SQLForeignKeys for every table of one schema on the foreign-key side. The same rows as
+// its query gives, but planned from the schema's constraints outwards: its generate_series is
+// estimated at a thousand rows a key, which plans hash joins over whole catalogs and, past the
+// server's cost threshold, compiles the query (a JIT that costs more than the query).
+const wchar_t* const kPgForeignKeyQuery =
+    L"select pg_catalog.current_database(), n2.nspname, c2.relname, a2.attname, "
+    L"pg_catalog.current_database(), ref.nspname, ref.relname, a1.attname, ref.i::int2, case "
+    L"ref.confupdtype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' then 4::int2 when 'r' then "
+    L"1::int2 else 3::int2 end, case ref.confdeltype when 'c' then 0::int2 when 'n' then 2::int2 when 'd' "
+    L"then 4::int2 when 'r' then 1::int2 else 3::int2 end, ref.conname, cn.conname from (select cn.oid, "
+    L"cn.conrelid, cn.conkey, cn.confrelid, cn.confkey, k.i, cn.confupdtype, cn.confdeltype, cn.conname, "
+    L"c.relname, n.nspname from pg_catalog.pg_namespace n inner join pg_catalog.pg_class c on n.oid = "
+    L"c.relnamespace inner join pg_catalog.pg_constraint cn on cn.conrelid = c.oid and cn.contype = 'f' "
+    L"cross join lateral pg_catalog.unnest(cn.conkey) with ordinality k(attnum, i) where n.nspname = "
+    L"$SCHEMA) ref inner join pg_catalog.pg_attribute a1 on a1.attrelid = ref.conrelid and a1.attnum = "
+    L"ref.conkey[ref.i] inner join pg_catalog.pg_class c2 on c2.oid = ref.confrelid inner join "
+    L"pg_catalog.pg_namespace n2 on n2.oid = c2.relnamespace inner join pg_catalog.pg_attribute a2 on "
+    L"a2.attrelid = ref.confrelid and a2.attnum = ref.confkey[ref.i] left outer join "
+    L"pg_catalog.pg_constraint cn on cn.conrelid = ref.confrelid and cn.contype = 'p' order by "
+    L"ref.relname, ref.oid, ref.i";
+
+WyString WithSchema(const wchar_t* query, const WyString& schemaLiteral) {
+    WyString sql = query;
+    const WyString marker = L"$SCHEMA";
+    const size_t at = sql.find(marker);
+    sql.replace(at, marker.size(), schemaLiteral);
+    return sql;
+}
+
+} // namespace
+
+// A PostgreSQL string literal that reads as `text` whatever standard_conforming_strings says.
+WyString PgLiteral(const WyString& text) {
+    WyString literal = L"E'";
+    for (wchar_t c : text) {
+        if (c == L'\\' || c == L'\'') {
+            literal += L'\\';
+        }
+        literal += c;
+    }
+    return literal + L"'";
+}
+
+WyString PgColumnQuery(const WyString& schemaLike) {
+    return WithSchema(kPgColumnQuery, schemaLike);
+}
+
+WyString PgOtherRelationQuery(const WyString& schemaLike) {
+    return WithSchema(kPgOtherRelationQuery, schemaLike);
+}
+
+void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
+                             std::set<WyString>& pkeyIndexNames) {
+    const WyString context = L"reading the primary keys of every table of the schema " + Quoted(schema);
+    RunPagedPgQuery(connection, WithSchema(kPgPrimaryKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
+        MIPrimaryKey key;
+        key.catalog_ = row.Text(1);
+        key.schema_ = row.Text(2);
+        key.table_ = row.Text(3);
+        key.columnName_ = row.Text(4);
+        key.keySequence_ = row.Small(5);
+        key.primaryKeyName_ = row.Text(6);
+        rows.Add(WyString(), key.schema_, key.table_, key);
+    });
+    pkeyIndexNames.clear();
+    RunQuery(connection, WithSchema(kPgPkeyIndexQuery, PgLiteral(schema)), context,
+             [&](Row& row) { pkeyIndexNames.insert(row.Text(1)); });
+}
+
+void ReadForeignKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIForeignKey>& rows) {
+    const WyString context = L"reading the foreign keys of every table of the schema " + Quoted(schema);
+    RunPagedPgQuery(connection, WithSchema(kPgForeignKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
+        MIForeignKey key;
+        key.pkCatalog_ = row.Text(1);
+        key.pkSchema_ = row.Text(2);
+        key.pkTable_ = row.Text(3);
+        key.pkColumnName_ = row.Text(4);
+        key.fkCatalog_ = row.Text(5);
+        key.fkSchema_ = row.Text(6);
+        key.fkTable_ = row.Text(7);
+        key.fkColumnName_ = row.Text(8);
+        key.keySequence_ = row.Small(9);
+        key.updateRule_ = row.Small(10);
+        key.deleteRule_ = row.Small(11);
+        key.foreignKeyName_ = row.Text(12);
+        key.primaryKeyName_ = row.Text(13);
+        rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
+    });
+}
+
+void KeyPrefetch::Configure(const WyString& source, const WyString& user, const WyString& password) {
+    Close();
+    m_source = source;
+    m_user = user;
+    m_password = password;
+    m_unavailable = source.empty();
+}
+
+void KeyPrefetch::Start(const WyString& catalog, const WyString& schema) {
+    Finish();
+    if (m_unavailable) {
+        return;
+    }
+    m_catalog = catalog;
+    m_schema = schema;
+    m_primaryKeysRead = false;
+    m_foreignKeysRead = false;
+    m_primaryKeys.Reset(catalog, schema);
+    m_foreignKeys.Reset(catalog, schema);
+    m_pkeyIndexNames.clear();
+    m_worker = std::thread([this] { Read(); });
+}
+
+bool KeyPrefetch::TakePrimaryKeys(const WyString& catalog, const WyString& schema,
+                                  SchemaRows<MIPrimaryKey>& rows, std::set<WyString>& pkeyIndexNames) {
+    if (!Wait(catalog, schema, [this] { return m_primaryKeysDone; }) || !m_primaryKeysRead) {
+        return false;
+    }
+    m_primaryKeysRead = false;
+    rows = std::move(m_primaryKeys);
+    pkeyIndexNames = std::move(m_pkeyIndexNames);
+    return true;
+}
+
+bool KeyPrefetch::TakeForeignKeys(const WyString& catalog, const WyString& schema,
+                                  SchemaRows<MIForeignKey>& rows) {
+    if (!Wait(catalog, schema, [this] { return m_foreignKeysDone; }) || !m_foreignKeysRead) {
+        return false;
+    }
+    m_foreignKeysRead = false;
+    rows = std::move(m_foreignKeys);
+    return true;
+}
+
+void KeyPrefetch::Close() noexcept {
+    Finish();
+    if (m_connected) {
+        SQLDisconnect(m_connection.Get());
+        m_connected = false;
+    }
+    m_connection.Reset();
+    m_environment.Reset();
+    std::fill(m_password.begin(), m_password.end(), L'\0');
+    m_source.clear();
+    m_user.clear();
+    m_password.clear();
+    m_unavailable = true;
+    m_primaryKeys = SchemaRows<MIPrimaryKey>();
+    m_foreignKeys = SchemaRows<MIForeignKey>();
+    m_pkeyIndexNames.clear();
+    m_primaryKeysRead = false;
+    m_foreignKeysRead = false;
+}
+
+void KeyPrefetch::Finish() noexcept {
+    if (m_worker.joinable()) {
+        m_worker.join();
+    }
+    m_primaryKeysDone = false;
+    m_foreignKeysDone = false;
+}
+
+template <typename Done> bool KeyPrefetch::Wait(const WyString& catalog, const WyString& schema, Done done) {
+    if (!m_worker.joinable() || catalog != m_catalog || schema != m_schema) {
+        return false;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, done);
+    return true;
+}
+
+// The worker: both kinds are always signalled done, read or not, so that no taker waits forever.
+void KeyPrefetch::Read() noexcept {
+    try {
+        if (!m_connected) {
+            Connect(m_environment, m_connection, m_source, m_user, m_password, L"prefetching keys");
+            m_connected = true;
+        }
+        ReadPrimaryKeysPostgres(m_connection.Get(), m_schema, m_primaryKeys, m_pkeyIndexNames);
+        m_primaryKeysRead = true;
+    } catch (...) {
+        m_unavailable = !m_connected;
+    }
+    Signal(m_primaryKeysDone);
+    try {
+        if (m_connected) {
+            ReadForeignKeysPostgres(m_connection.Get(), m_schema, m_foreignKeys);
+            m_foreignKeysRead = true;
+        }
+    } catch (...) {
+    }
+    Signal(m_foreignKeysDone);
+}
+
+void KeyPrefetch::Signal(bool& done) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        done = true;
+    }
+    m_changed.notify_all();
+}
+
+} // namespace odbc
