@@ -104,4 +104,33 @@ void Connect(Handle& environment, Handle& connection, const WyString& source, co
     Check(rc, context, SQL_HANDLE_DBC, connection.Get());
 }
 
+MIPrimaryKey PrimaryKeyRow(Row& row) {
+    MIPrimaryKey key;
+    key.catalog_ = row.Text(1);        // catalog_ <- TABLE_CAT
+    key.schema_ = row.Text(2);         // schema_ <- TABLE_SCHEM
+    key.table_ = row.Text(3);          // table_ <- TABLE_NAME
+    key.columnName_ = row.Text(4);     // columnName_ <- COLUMN_NAME
+    key.keySequence_ = row.Small(5);   // keySequence_ <- KEY_SEQ
+    key.primaryKeyName_ = row.Text(6); // primaryKeyName_ <- PK_NAME
+    return key;
+}
+
+MIForeignKey ForeignKeyRow(Row& row) {
+    MIForeignKey key;
+    key.pkCatalog_ = row.Text(1);       // pkCatalog_ <- PKTABLE_CAT
+    key.pkSchema_ = row.Text(2);        // pkSchema_ <- PKTABLE_SCHEM
+    key.pkTable_ = row.Text(3);         // pkTable_ <- PKTABLE_NAME
+    key.pkColumnName_ = row.Text(4);    // pkColumnName_ <- PKCOLUMN_NAME
+    key.fkCatalog_ = row.Text(5);       // fkCatalog_ <- FKTABLE_CAT
+    key.fkSchema_ = row.Text(6);        // fkSchema_ <- FKTABLE_SCHEM
+    key.fkTable_ = row.Text(7);         // fkTable_ <- FKTABLE_NAME
+    key.fkColumnName_ = row.Text(8);    // fkColumnName_ <- FKCOLUMN_NAME
+    key.keySequence_ = row.Small(9);    // keySequence_ <- KEY_SEQ
+    key.updateRule_ = row.Small(10);    // updateRule_ <- UPDATE_RULE
+    key.deleteRule_ = row.Small(11);    // deleteRule_ <- DELETE_RULE
+    key.foreignKeyName_ = row.Text(12); // foreignKeyName_ <- FK_NAME
+    key.primaryKeyName_ = row.Text(13); // primaryKeyName_ <- PK_NAME
+    return key;
+}
+
 } // namespace odbc

@@ -202,4 +202,9 @@ void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, 
     }
 }
 
+// One row of SQLPrimaryKeys, or of a query with the same result columns.
+MIPrimaryKey PrimaryKeyRow(Row& row);
+// One row of SQLForeignKeys, or of a query with the same result columns.
+MIForeignKey ForeignKeyRow(Row& row);
+
 } // namespace odbc

@@ -346,19 +346,19 @@ template <typename Record> struct Served {
 
 // Reads one SQLColumns row (of `statement`) into its parts.
 void ReadColumnRow(Row& row, TableRef& table, CachedColumn& column, ColumnShape& shape) {
-    shape.catalog = row.Text(1);
+    shape.catalog = row.Text(1); // TABLE_CAT
     table.catalog = shape.catalog;
-    table.schema = row.Text(2);
-    table.table = row.Text(3);
-    column.name = row.Text(4);
-    shape.dataType = row.Signed(5);
-    shape.typeName = row.Text(6);
-    shape.precision = row.Unsigned(7);
-    shape.length = row.Unsigned(8);
-    shape.scale = row.Small(9);
-    shape.radix = row.Small(10);
-    shape.nullable = row.Small(11);
-    column.remarks = row.Text(12);
+    table.schema = row.Text(2);        // TABLE_SCHEM
+    table.table = row.Text(3);         // TABLE_NAME
+    column.name = row.Text(4);         // COLUMN_NAME
+    shape.dataType = row.Signed(5);    // DATA_TYPE, mapped with TYPE_NAME by MakeColumn
+    shape.typeName = row.Text(6);      // TYPE_NAME
+    shape.precision = row.Unsigned(7); // COLUMN_SIZE
+    shape.length = row.Unsigned(8);    // BUFFER_LENGTH
+    shape.scale = row.Small(9);        // DECIMAL_DIGITS
+    shape.radix = row.Small(10);       // NUM_PREC_RADIX
+    shape.nullable = row.Small(11);    // NULLABLE
+    column.remarks = row.Text(12);     // REMARKS
 }
 
 MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const ColumnShape& shape) {
@@ -416,7 +416,6 @@ struct OdbcImport::State {
     // The driver's shape of each kind of PostgreSQL column met so far (kinds are what the column
     // query reads), so that the driver is asked about each kind once per connection.
     std::map<WyString, uint32_t> pgShapeOfKind;
-    static constexpr uint32_t kNewKind = 0x80000000u;
     std::map<WyString, char> relationsNotRead; // of the schema in columnCache
     BulkCache<MIPrimaryKey> primaryKeyCache;
     std::set<WyString> pkeyIndexNames; // of the schema in primaryKeyCache
@@ -538,7 +537,7 @@ struct OdbcImport::State {
     void LoadColumnsPostgres(SchemaRows<CachedColumn>& rows, const WyString& catalog,
                              const WyString& schema) {
         const WyString context = L"reading the columns of every table of the schema " + Quoted(schema);
-        std::map<WyString, uint32_t> kinds; // new to this connection, numbered from 0
+        std::map<WyString, uint32_t> kinds;
         std::vector<std::pair<TableRef, WyString>> representatives;
         const WyString schemaLike = PgLiteral(DriverPattern(schema));
         keyPrefetch.Start(catalog, schema);
@@ -549,34 +548,27 @@ struct OdbcImport::State {
             TableRef table{WyString(), row.Text(1), row.Text(2)};
             CachedColumn column;
             column.name = row.Text(3);
-            WyString kind = row.Text(4);
-            const auto known = pgShapeOfKind.find(kind);
-            if (known != pgShapeOfKind.end()) {
-                column.shape = known->second;
-            } else {
-                const auto added = kinds.emplace(std::move(kind), static_cast<uint32_t>(kinds.size()));
-                if (added.second) {
-                    representatives.emplace_back(table, column.name);
-                }
-                column.shape = kNewKind | added.first->second; // the kind until its shape is known
+            const auto kind = kinds.emplace(row.Text(4), static_cast<uint32_t>(kinds.size()));
+            if (kind.second) {
+                representatives.emplace_back(table, column.name);
             }
+            column.shape = kind.first->second; // the kind until its shape is known
             rows.Add(WyString(), table.schema, table.table, std::move(column));
         });
-        if (kinds.empty()) {
-            return;
-        }
         std::vector<uint32_t> shapeOfKind(kinds.size());
-        for (auto& kind : kinds) {
-            const auto& representative = representatives[kind.second];
-            shapeOfKind[kind.second] =
-                ShapeOf(DriverShape(catalog, representative.first, representative.second));
-            pgShapeOfKind.emplace(kind.first, shapeOfKind[kind.second]);
-        }
-        rows.ForEachRow([&shapeOfKind](CachedColumn& column) {
-            if ((column.shape & kNewKind) != 0) {
-                column.shape = shapeOfKind[column.shape & ~kNewKind];
+        for (const auto& kind : kinds) {
+            auto known = pgShapeOfKind.find(kind.first);
+            if (known == pgShapeOfKind.end()) {
+                const auto& representative = representatives[kind.second];
+                known =
+                    pgShapeOfKind
+                        .emplace(kind.first,
+                                 ShapeOf(DriverShape(catalog, representative.first, representative.second)))
+                        .first;
             }
-        });
+            shapeOfKind[kind.second] = known->second;
+        }
+        rows.ForEachRow([&shapeOfKind](CachedColumn& column) { column.shape = shapeOfKind[column.shape]; });
     }
 
     bool ColumnWanted(const MIColumn& column) const {
@@ -1044,20 +1036,11 @@ bool OdbcImport::Get(MIColumn& record) {
     Listing& listing = state.columns;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        MIColumn column;
-        column.catalog_ = row.Text(1);    // catalog_ <- TABLE_CAT
-        column.schema_ = row.Text(2);     // schema_ <- TABLE_SCHEM
-        column.table_ = row.Text(3);      // table_ <- TABLE_NAME
-        column.columnName_ = row.Text(4); // columnName_ <- COLUMN_NAME
-        const int32_t dataType = row.Signed(5);
-        column.typeName_ = row.Text(6);                                 // typeName_ <- TYPE_NAME
-        column.dataType_ = MapOdbcDataType(dataType, column.typeName_); // dataType_ <- DATA_TYPE, TYPE_NAME
-        column.precision_ = row.Unsigned(7);                            // precision_ <- COLUMN_SIZE
-        column.length_ = row.Unsigned(8);                               // length_ <- BUFFER_LENGTH
-        column.scale_ = row.Small(9);                                   // scale_ <- DECIMAL_DIGITS
-        column.radix_ = row.Small(10);                                  // radix_ <- NUM_PREC_RADIX
-        column.nullable_ = row.Small(11);                               // nullable_ <- NULLABLE
-        column.remarks_ = row.Text(12);                                 // remarks_ <- REMARKS
+        TableRef table;
+        CachedColumn cached;
+        ColumnShape shape;
+        ReadColumnRow(row, table, cached, shape);
+        MIColumn column = MakeColumn(table, cached, shape);
         if (!state.ColumnWanted(column)) {
             continue;
         }
@@ -1075,13 +1058,7 @@ bool OdbcImport::Get(MIPrimaryKey& record) {
     Listing& listing = state.primaryKeys;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        MIPrimaryKey key;
-        key.catalog_ = row.Text(1);        // catalog_ <- TABLE_CAT
-        key.schema_ = row.Text(2);         // schema_ <- TABLE_SCHEM
-        key.table_ = row.Text(3);          // table_ <- TABLE_NAME
-        key.columnName_ = row.Text(4);     // columnName_ <- COLUMN_NAME
-        key.keySequence_ = row.Small(5);   // keySequence_ <- KEY_SEQ
-        key.primaryKeyName_ = row.Text(6); // primaryKeyName_ <- PK_NAME
+        MIPrimaryKey key = PrimaryKeyRow(row);
         if (!state.PrimaryKeyWanted(key)) {
             continue;
         }
@@ -1099,20 +1076,7 @@ bool OdbcImport::Get(MIForeignKey& record) {
     Listing& listing = state.foreignKeys;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        MIForeignKey key;
-        key.pkCatalog_ = row.Text(1);       // pkCatalog_ <- PKTABLE_CAT
-        key.pkSchema_ = row.Text(2);        // pkSchema_ <- PKTABLE_SCHEM
-        key.pkTable_ = row.Text(3);         // pkTable_ <- PKTABLE_NAME
-        key.pkColumnName_ = row.Text(4);    // pkColumnName_ <- PKCOLUMN_NAME
-        key.fkCatalog_ = row.Text(5);       // fkCatalog_ <- FKTABLE_CAT
-        key.fkSchema_ = row.Text(6);        // fkSchema_ <- FKTABLE_SCHEM
-        key.fkTable_ = row.Text(7);         // fkTable_ <- FKTABLE_NAME
-        key.fkColumnName_ = row.Text(8);    // fkColumnName_ <- FKCOLUMN_NAME
-        key.keySequence_ = row.Small(9);    // keySequence_ <- KEY_SEQ
-        key.updateRule_ = row.Small(10);    // updateRule_ <- UPDATE_RULE
-        key.deleteRule_ = row.Small(11);    // deleteRule_ <- DELETE_RULE
-        key.foreignKeyName_ = row.Text(12); // foreignKeyName_ <- FK_NAME
-        key.primaryKeyName_ = row.Text(13); // primaryKeyName_ <- PK_NAME
+        MIForeignKey key = ForeignKeyRow(row);
         if (!state.ForeignKeyWanted(key)) {
             continue;
         }

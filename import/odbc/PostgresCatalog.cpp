@@ -102,13 +102,7 @@ void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaR
                              std::set<WyString>& pkeyIndexNames) {
     const WyString context = L"reading the primary keys of every table of the schema " + Quoted(schema);
     RunPagedPgQuery(connection, WithSchema(kPgPrimaryKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
-        MIPrimaryKey key;
-        key.catalog_ = row.Text(1);
-        key.schema_ = row.Text(2);
-        key.table_ = row.Text(3);
-        key.columnName_ = row.Text(4);
-        key.keySequence_ = row.Small(5);
-        key.primaryKeyName_ = row.Text(6);
+        const MIPrimaryKey key = PrimaryKeyRow(row);
         rows.Add(WyString(), key.schema_, key.table_, key);
     });
     pkeyIndexNames.clear();
@@ -119,20 +113,7 @@ void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaR
 void ReadForeignKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIForeignKey>& rows) {
     const WyString context = L"reading the foreign keys of every table of the schema " + Quoted(schema);
     RunPagedPgQuery(connection, WithSchema(kPgForeignKeyQuery, PgLiteral(schema)), context, [&](Row& row) {
-        MIForeignKey key;
-        key.pkCatalog_ = row.Text(1);
-        key.pkSchema_ = row.Text(2);
-        key.pkTable_ = row.Text(3);
-        key.pkColumnName_ = row.Text(4);
-        key.fkCatalog_ = row.Text(5);
-        key.fkSchema_ = row.Text(6);
-        key.fkTable_ = row.Text(7);
-        key.fkColumnName_ = row.Text(8);
-        key.keySequence_ = row.Small(9);
-        key.updateRule_ = row.Small(10);
-        key.deleteRule_ = row.Small(11);
-        key.foreignKeyName_ = row.Text(12);
-        key.primaryKeyName_ = row.Text(13);
+        const MIForeignKey key = ForeignKeyRow(row);
         rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
     });
 }
