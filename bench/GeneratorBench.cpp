@@ -333,9 +333,9 @@ void BM_DatabaseToRecordTable(benchmark::State& state) {
         fixture.generator.SetOuput(table.get());
         if (fixture.Failed(state))
             break;
-        // Releasing a few hundred thousand records is the host's cost, not the generator's.
+        // Releasing the records is the host's cost, not the generator's.
         state.PauseTiming();
-        records = table->Records().size();
+        records = table->RecordCount();
         text = table->Text();
         table.reset();
         state.ResumeTiming();
