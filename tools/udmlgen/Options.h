@@ -32,6 +32,8 @@ struct Options {
     bool allowMissing = false; // send requests for names the source does not hold
     Verbosity verbosity = Verbosity::Normal;
     std::string outputFile; // empty or "-": standard output
+    // The include and exclude selection keeps its settings in a member of its own here, filled by
+    // its own option function (called where the source options are added).
 };
 
 /// Thrown for a usage error; the message names the option, the value given and what is accepted.
