@@ -142,7 +142,8 @@ int Generate(const Options& options) {
     CUdmlGenerator generator(&repository, source.import.get(), Wide(options.connect), Wide(options.database),
                              Wide(options.user), L"", source.cliType);
     StreamSink sink(output, options.viewLinks, [&generator] { generator.Abort(); });
-    if (isatty(STDERR_FILENO) && !log.Quiet())
+    // The phase lines of -v would break into the progress line.
+    if (isatty(STDERR_FILENO) && options.verbosity == Verbosity::Normal)
         sink.EnableProgress();
     generator.SetOuput(&sink);
     generator.SetTableType(options.tableTypes);
