@@ -165,24 +165,28 @@ void RejectRepeats(const CLI::App& app) {
     }
 }
 
-CLI::Option* AddValue(CLI::App& app, const std::string& names, std::string& value, const std::string& help) {
-    return app.add_option(names, value, help)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+CLI::Option* AddValue(CLI::App& app, const std::string& names, std::string& value, const std::string& type,
+                      const std::string& help) {
+    return app.add_option(names, value, help)
+        ->type_name(type)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 }
 
 CLI::Option* AddRepeatable(CLI::App& app, const std::string& name, std::vector<std::string>& values,
-                           const std::string& help) {
+                           const std::string& type, const std::string& help) {
     return app.add_option(name, values, help)
+        ->type_name(type)
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->allow_extra_args(false);
 }
 
 void AddSourceOptions(CLI::App& command, Options& options) {
-    AddValue(command, "--connect", options.connect, "ODBC data source name or connection string");
-    AddValue(command, "--snapshot", options.snapshotFile,
+    AddValue(command, "--connect", options.connect, "SOURCE", "ODBC data source name or connection string");
+    AddValue(command, "--snapshot", options.snapshotFile, "FILE",
              "snapshot file to read instead of a live source; - reads standard input");
-    AddValue(command, "--user", options.user, "user name (password from UDMLGEN_PASSWORD)");
-    AddValue(command, "-o,--output", options.outputFile,
+    AddValue(command, "--user", options.user, "NAME", "user name (password from UDMLGEN_PASSWORD)");
+    AddValue(command, "-o,--output", options.outputFile, "FILE",
              "write there instead of standard output; replaced only when the run succeeds");
     command.allow_extras();
     // The include and exclude selection of catalogs, schemas and tables registers its options
@@ -406,25 +410,29 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     std::string depth, generate, tableTypes;
     std::vector<std::string> joinWithinModule;
     bool quiet = false, verbose = false;
-    AddValue(app, "--database", options.database,
+    AddValue(app, "--database", options.database, "NAME",
              "repository database: the first part of every name (default: the snapshot file's name, the "
              "DSN, or the connection string's DSN= or DATABASE=)");
-    AddValue(app, "--request", request, "database, catalog, schema, table, column, table-key or foreign-key")
+    AddValue(app, "--request", request, "KIND",
+             "database, catalog, schema, table, column, table-key or foreign-key")
         ->capture_default_str();
-    AddValue(app, "--catalog", options.catalog, "catalog of the request");
-    AddValue(app, "--schema", options.schema, "schema of the request");
-    AddValue(app, "--table", options.table, "table of the request");
-    AddValue(app, "--table-uri", options.tableUri, "URI written for the table of a table request");
-    AddValue(app, "--column", options.column, "column of a column request");
-    AddValue(app, "--foreign-key", options.foreignKey, "name of the foreign keys of a foreign-key request");
-    AddValue(app, "--base-table", options.baseTable, "table whose metadata the requested table stands for");
-    AddValue(app, "--depth", depth, "depth limit, -1 (default) for none; see the levels below");
-    AddValue(app, "--generate", generate,
+    AddValue(app, "--catalog", options.catalog, "NAME", "catalog of the request");
+    AddValue(app, "--schema", options.schema, "NAME", "schema of the request");
+    AddValue(app, "--table", options.table, "NAME", "table of the request");
+    AddValue(app, "--table-uri", options.tableUri, "URI", "URI written for the table of a table request");
+    AddValue(app, "--column", options.column, "NAME", "column of a column request");
+    AddValue(app, "--foreign-key", options.foreignKey, "NAME",
+             "name of the foreign keys of a foreign-key request");
+    AddValue(app, "--base-table", options.baseTable, "NAME",
+             "table whose metadata the requested table stands for");
+    AddValue(app, "--depth", depth, "N", "depth limit, -1 (default) for none; see the levels below");
+    AddValue(app, "--generate", generate, "KINDS",
              "comma list of catalog, schema, table, column, foreign-key, table-key (default: all)");
-    AddValue(app, "--table-types", tableTypes, "table-type bits, 0 to 255 (default 1); see below");
+    AddValue(app, "--table-types", tableTypes, "N", "table-type bits, 0 to 255 (default 1); see below");
     app.add_flag("--numeric-as-double", options.numericAsDouble, "type exact numerics as DOUBLE");
-    AddRepeatable(app, "--existing", options.existingFiles, "UDML already in the repository (repeatable)");
-    AddRepeatable(app, "--join-within-module", joinWithinModule,
+    AddRepeatable(app, "--existing", options.existingFiles, "FILE",
+                  "UDML already in the repository (repeatable)");
+    AddRepeatable(app, "--join-within-module", joinWithinModule, "MODULE=VIEWS",
                   "MODULE=VIEW;VIEW...: restrict those view objects to joins within MODULE (repeatable)");
     app.add_flag("--view-links", options.viewLinks,
                  "write the joins of the source's view links after the request");
