@@ -767,6 +767,15 @@ size_t OdbcImport::WholeSchemaReads() const {
     return m_state->bulkReads;
 }
 
+WyString OdbcImport::ProductNames() const {
+    if (!m_state->connected) {
+        return WyString();
+    }
+    SQLHDBC connection = m_state->connection.Get();
+    return L"driver " + InfoText(connection, SQL_DRIVER_NAME) + L" " + InfoText(connection, SQL_DRIVER_VER) +
+           L", DBMS " + InfoText(connection, SQL_DBMS_NAME) + L" " + InfoText(connection, SQL_DBMS_VER);
+}
+
 OdbcImport::~OdbcImport() {
     CloseConnection();
 }

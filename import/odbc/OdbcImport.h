@@ -29,6 +29,9 @@ public:
     void SetPerTableReads(bool perTable);
     /// How many whole-schema reads this source has made.
     size_t WholeSchemaReads() const;
+    /// What the connected driver says of itself and of its DBMS, for a person reading a log:
+    /// "driver NAME VERSION, DBMS NAME VERSION"; empty when not connected.
+    WyString ProductNames() const;
 
     /// Connects, closing any earlier connection first. `source` containing "=" is a connection
     /// string (a non-empty user and password are appended as UID and PWD); otherwise it names a

@@ -1,15 +1,17 @@
-// The udmlgen command as a user meets it: exit statuses, one-line messages on standard error and
-// nothing else on standard output, the embedded sample through the SQLite ODBC driver, and the
-// snapshot round trip.
+// The udmlgen command as a user meets it: how options are read, exit statuses, messages on
+// standard error and nothing else on standard output, the output file replaced only on success,
+// the embedded sample through the SQLite ODBC driver, and the snapshot round trip.
 #include "support/RunCommand.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <regex>
 
 namespace {
 
 const std::string kSource = UDML_SOURCE_DIR;
+const std::string kCases = kSource + "/tests/golden/cases/";
 
 CommandResult Udmlgen(const std::string& arguments) {
     return RunCommand(UdmlgenPath() + " " + arguments);
@@ -28,86 +30,238 @@ int LineCount(const std::string& text) {
     return lines;
 }
 
-// A failure the user must be able to act on: the documented status, one line naming the
-// problem, and no partial output.
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// A failure the user must be able to act on: the documented status, a message naming the
+// problem in our own words, and no output.
 void ExpectFailure(const CommandResult& run, int status, const std::string& mention) {
     EXPECT_EQ(status, run.exitStatus) << run.standardError;
     EXPECT_EQ("", run.standardOutput);
-    EXPECT_NE(std::string::npos, run.standardError.find(mention)) << run.standardError;
+    EXPECT_TRUE(Contains(run.standardError, mention))
+        << "expected: " << mention << "\ngot: " << run.standardError;
     EXPECT_EQ(0, run.standardError.rfind("udmlgen: ", 0)) << run.standardError;
+    for (const char* raw :
+         {"Could not convert", "fractional", "At Most", "required", "unknown statement kind"})
+        EXPECT_FALSE(Contains(run.standardError, raw)) << run.standardError;
 }
 
 const char kMinimalSnapshot[] = R"({"format": "udml-snapshot-1",
   "tables": [{"schema": "S", "table": "T", "tableType": "TABLE"}],
   "columns": [{"schema": "S", "table": "T", "columnName": "ID", "dataType": "WyInt4Data", "precision": 10}]})";
 
-TEST(CliUsage, BadOptionsExitTwoWithOneMessage) {
-    const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
-    ExpectFailure(Udmlgen("--bogus"), 2, "--bogus");
-    ExpectFailure(Udmlgen(""), 2, "--connect SOURCE or --snapshot FILE");
-    ExpectFailure(Udmlgen("--snapshot a --connect b"), 2, "exactly one source");
-    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --request view"), 2, "--request");
-    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --generate 'table,, schema'"), 2, "--generate");
-    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --table-types 256"), 2, "out of range");
-    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --table-types 0xZ"), 2, "--table-types");
-    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --depth x"), 2, "--depth");
-    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --join-within-module HR"), 2, "MODULE=VIEW");
+std::string Minimal() {
+    return WriteScratch("minimal.json", kMinimalSnapshot);
 }
 
-TEST(CliUsage, HelpShowsExamplesAndExitsZero) {
-    const CommandResult run = Udmlgen("--help");
-    EXPECT_EQ(0, run.exitStatus);
-    EXPECT_NE(std::string::npos, run.standardOutput.find("Examples:"));
-    EXPECT_NE(std::string::npos, run.standardOutput.find("UDMLGEN_PASSWORD"));
+TEST(CliUsage, EachMistakeIsAUsageErrorNamingTheOptionTheValueAndWhatIsAccepted) {
+    const std::string snapshot = Minimal();
+    const struct {
+        std::string arguments;
+        std::string mention;
+    } cases[] = {
+        {"--snapshot S --existing a.udml b.udml", "unexpected argument 'b.udml' after --existing"},
+        {"--snapshot S --table T --table U", "--table given twice ('T' and 'U')"},
+        {"--snapshot S -o a -o b", "--output given twice"},
+        {"--snapshot S --depth +3", "--depth '+3': not a number"},
+        {"--snapshot S --depth ' 3'", "--depth ' 3': not a number"},
+        {"--snapshot S --depth=", "--depth '': not a number"},
+        {"--snapshot S --depth 1E0", "--depth '1E0'"},
+        {"--snapshot S --depth 0x1", "--depth '0x1'"},
+        {"--snapshot S --depth -2", "--depth '-2': out of range"},
+        {"--snapshot S --depth 99999999999", "out of range"},
+        {"--snapshot S --table-types -1", "--table-types '-1': not a number"},
+        {"--snapshot S --table-types 0x", "--table-types '0x'"},
+        {"--snapshot S --table-types 256", "--table-types '256': out of range; give 0 to 255"},
+        {"--snapshot S --table-types 0x100", "out of range"},
+        {"--snapshot S --generate 'table,, view'", "'view' is not a statement kind"},
+        {"--snapshot S --request view", "--request 'view': not a request kind"},
+        {"--snapshot S --request table", "--request table needs --table NAME"},
+        {"--snapshot S --request column --table T", "--request column needs --column NAME"},
+        {"--snapshot S --database ''", "--database ''"},
+        {"--snapshot S --join-within-module =V", "--join-within-module '=V'"},
+        {"--snapshot S --join-within-module HR", "MODULE=VIEW"},
+        {"--snapshot S --view-links=yes", "--view-links 'yes': a flag takes no value"},
+        {"--snapshot S --table", "--table needs a value"},
+        {"--snapshot S --tabel T", "unknown option --tabel; did you mean --table?"},
+        {"--snapshot S -q -v", "-q and -v"},
+        {"--snapshot S -o S", "-o S: that is the --snapshot file this run reads"},
+        {"", "give --connect SOURCE or --snapshot FILE"},
+        {"--snapshot a --connect b", "give exactly one"},
+        {"--snapshot -", "give --database NAME"},
+        {"--connect 'Driver=x;Server=y'", "names no DSN= or DATABASE="},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        ExpectFailure(Udmlgen(std::regex_replace(c.arguments, std::regex("\\bS\\b"), snapshot)), 2,
+                      std::regex_replace(c.mention, std::regex("\\bS\\b"), snapshot));
+    }
+}
+
+// Options read as the rulings say: each pair must write the same text.
+TEST(CliOptions, ValuesAreReadAsTheRulingsSay) {
+    const std::string app = kCases + "app-view-links.json --database AppDB";
+    const struct {
+        std::string arguments, sameAs;
+    } cases[] = {
+        {"--depth 08", "--depth 8"},
+        {"--depth=-1", ""},
+        {"--generate 'catalog,'", "--generate catalog"},
+        {"--generate ' , '", "--generate ''"},
+        {"--table-types 001", "--table-types 0x01"},
+        {"--table= --view-links", "--view-links"},
+        {"--view-links --view-links", "--view-links"},
+        {"--view-links --join-within-module HR=HREmpView --join-within-module HR=EmpView",
+         "--view-links --join-within-module 'HR=HREmpView;EmpView'"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const CommandResult run = Udmlgen("-q --snapshot " + app + " " + c.arguments);
+        const CommandResult same = Udmlgen("-q --snapshot " + app + " " + c.sameAs);
+        ASSERT_EQ(0, run.exitStatus) << run.standardError;
+        ASSERT_EQ(0, same.exitStatus) << same.standardError;
+        EXPECT_TRUE(run.standardOutput == same.standardOutput)
+            << DiffTexts(same.standardOutput, run.standardOutput);
+        EXPECT_EQ("", run.standardError);
+    }
 }
 
 TEST(CliOptions, GenerateListAndTableTypesSelectWhatIsWritten) {
-    const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
-    const CommandResult all = Udmlgen("--snapshot " + snapshot + " --database D");
-    ASSERT_EQ(0, all.exitStatus) << all.standardError;
-    EXPECT_NE(std::string::npos, all.standardOutput.find("\nDECLARE SCHEMA \"D\".\"\".\"S\" AS \"S\";\n"));
-    EXPECT_NE(std::string::npos,
-              all.standardOutput.find("\nDECLARE TABLE \"D\".\"\".\"S\".\"T\" AS \"T\"\n HAVING("));
-
+    const std::string snapshot = Minimal();
     const CommandResult tablesOnly = Udmlgen("--snapshot " + snapshot + " --database D --generate ' table '");
     ASSERT_EQ(0, tablesOnly.exitStatus) << tablesOnly.standardError;
-    EXPECT_EQ(std::string::npos, tablesOnly.standardOutput.find("DECLARE SCHEMA"));
-    EXPECT_NE(std::string::npos, tablesOnly.standardOutput.find("DECLARE TABLE"));
+    EXPECT_FALSE(Contains(tablesOnly.standardOutput, "DECLARE SCHEMA"));
+    EXPECT_TRUE(
+        Contains(tablesOnly.standardOutput, "\nDECLARE TABLE \"D\".\"\".\"S\".\"T\" AS \"T\"\n HAVING("));
 
     // With no kind selected only the table statement's terminator remains: it does not depend on
     // the table bit.
-    const CommandResult nothing = Udmlgen("--snapshot " + snapshot + " --database D --generate ''");
-    ASSERT_EQ(0, nothing.exitStatus) << nothing.standardError;
-    EXPECT_EQ(";\n", nothing.standardOutput);
-
+    EXPECT_EQ(";\n", Udmlgen("--snapshot " + snapshot + " --database D --generate ''").standardOutput);
     // Bit 0x02 selects only system tables, so the plain table disappears.
-    const CommandResult system = Udmlgen("--snapshot " + snapshot + " --database D --table-types 0x02");
-    ASSERT_EQ(0, system.exitStatus) << system.standardError;
-    EXPECT_EQ(std::string::npos, system.standardOutput.find("DECLARE TABLE"));
+    EXPECT_FALSE(Contains(Udmlgen("--snapshot " + snapshot + " --table-types 0x02").standardOutput, "TABLE"));
 }
 
-TEST(CliOptions, DatabaseDefaultsToTheSnapshotName) {
-    const std::string snapshot = WriteScratch("Warehouse.json", kMinimalSnapshot);
+TEST(CliOptions, DatabaseDefaultsToTheSnapshotNameWithoutItsExtension) {
+    const std::string snapshot = WriteScratch("Ware.house.json", kMinimalSnapshot);
     const CommandResult run = Udmlgen("--snapshot " + snapshot);
     ASSERT_EQ(0, run.exitStatus) << run.standardError;
-    EXPECT_EQ(0u, run.standardOutput.find("\nDECLARE SCHEMA \"Warehouse\""));
+    EXPECT_EQ(0u, run.standardOutput.find("\nDECLARE SCHEMA \"Ware.house\""));
+
+    // Standard input has no name: --database names the database.
+    const CommandResult piped =
+        RunCommand("cat " + snapshot + " | " + UdmlgenPath() + " --snapshot - --database D");
+    ASSERT_EQ(0, piped.exitStatus) << piped.standardError;
+    EXPECT_EQ(0u, piped.standardOutput.find("\nDECLARE SCHEMA \"D\""));
 }
 
-TEST(CliOptions, OutputFileReceivesTheTextAndStandardOutputStaysEmpty) {
-    const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
-    const std::string output = ScratchPath("minimal.udml");
-    const CommandResult toFile = Udmlgen("--snapshot " + snapshot + " --database D -o " + output);
-    ASSERT_EQ(0, toFile.exitStatus) << toFile.standardError;
-    EXPECT_EQ("", toFile.standardOutput);
-    EXPECT_EQ(Udmlgen("--snapshot " + snapshot + " --database D").standardOutput, ReadWholeFile(output));
+TEST(CliOutput, OutputFileIsReplacedOnlyWhenTheRunSucceeds) {
+    const std::string snapshot = Minimal();
+    const std::string output = WriteScratch("kept.udml", "old text");
+    ::remove((output + ".partial").c_str());
 
+    // --view-links cannot read back table statements that --generate leaves out: the run fails
+    // after writing, so the file stays and what was written is kept beside it.
+    const CommandResult failed =
+        Udmlgen("--snapshot " + snapshot + " --generate schema --view-links -o " + output);
+    EXPECT_EQ(1, failed.exitStatus);
+    EXPECT_TRUE(Contains(failed.standardError, "add table to --generate")) << failed.standardError;
+    EXPECT_TRUE(Contains(failed.standardError, output + ".partial")) << failed.standardError;
+    EXPECT_EQ("old text", ReadWholeFile(output));
+    EXPECT_EQ("\nDECLARE SCHEMA \"minimal\".\"\".\"S\" AS \"S\";\n;\n", ReadWholeFile(output + ".partial"));
+
+    const CommandResult succeeded = Udmlgen("--snapshot " + snapshot + " -o " + output);
+    ASSERT_EQ(0, succeeded.exitStatus) << succeeded.standardError;
+    EXPECT_EQ("", succeeded.standardOutput);
+    EXPECT_EQ(Udmlgen("--snapshot " + snapshot).standardOutput, ReadWholeFile(output));
+
+    // Nothing is created before generation starts.
+    ExpectFailure(Udmlgen("--snapshot /nonexistent.json -o " + ScratchPath("never.udml")), 1,
+                  "/nonexistent.json");
+    EXPECT_THROW(ReadWholeFile(ScratchPath("never.udml")), std::runtime_error);
+}
+
+TEST(CliOutput, WriteErrorsNameTheFileAndTheRealReason) {
+    const std::string snapshot = Minimal();
+    const CommandResult device = Udmlgen("--snapshot " + snapshot + " -o /dev/full");
+    EXPECT_EQ(1, device.exitStatus);
+    EXPECT_TRUE(Contains(device.standardError, "writing /dev/full failed: No space left on device"))
+        << device.standardError;
+    const CommandResult standardOutput = Udmlgen("--snapshot " + snapshot + " > /dev/full");
+    EXPECT_EQ(1, standardOutput.exitStatus);
+    EXPECT_TRUE(
+        Contains(standardOutput.standardError, "writing standard output failed: No space left on device"))
+        << standardOutput.standardError;
     ExpectFailure(Udmlgen("--snapshot " + snapshot + " -o /nonexistent-folder/out.udml"), 1,
                   "/nonexistent-folder/out.udml");
 }
 
-TEST(CliFailures, MissingOrMalformedInputsNameTheFileAndPlace) {
-    ExpectFailure(Udmlgen("--snapshot /nonexistent.json"), 1, "/nonexistent.json");
+TEST(CliViewLinks, LinkWithUnequalColumnListsFailsAndItsJoinIsWithheld) {
+    std::string json = ReadWholeFile(kCases + "app-view-links.json");
+    const std::string good = R"("sourceColumns": ["DeptId"], "destinationColumns": ["Id"])";
+    json.replace(json.find(good), good.size(),
+                 R"("sourceColumns": ["DeptId", "LocId"], "destinationColumns": ["Id"])");
+    const std::string snapshot = WriteScratch("uneven-link.json", json);
+    const CommandResult run = Udmlgen("--snapshot " + snapshot +
+                                      " --database AppDB --view-links --join-within-module HR=HREmpView");
+    EXPECT_EQ(1, run.exitStatus);
+    EXPECT_TRUE(Contains(run.standardError,
+                         "view link \"PayDeptLink\" (join \"PayrollCheckView_DeptView\"): 2 source "
+                         "columns but 1 destination columns"))
+        << run.standardError;
+    // Everything before that join, nothing of it.
+    const std::string expected = ReadWholeFile(kCases + "app-view-links.expected");
+    EXPECT_EQ(expected.substr(0, expected.find("\nDECLARE JOIN \"PayrollCheckView_DeptView\"")),
+              run.standardOutput);
+}
 
+TEST(CliRequests, NamesTheSourceDoesNotHoldFailWithTheClosestNames) {
+    const std::string snapshot = Minimal();
+    const CommandResult table = Udmlgen("--snapshot " + snapshot + " --request table --schema S --table t");
+    ExpectFailure(table, 1, "table \"t\" not found in schema \"S\"; closest: \"T\"");
+    EXPECT_TRUE(Contains(table.standardError, "--allow-missing"));
+    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --request schema --schema s"), 1,
+                  "schema \"s\" not found; closest: \"S\"");
+    ExpectFailure(Udmlgen("--snapshot " + snapshot + " --request column --schema S --table T --column Id"), 1,
+                  "column \"Id\" not found in table \"T\"; closest: \"ID\"");
+    ExpectFailure(
+        Udmlgen("--snapshot " + snapshot + " --request foreign-key --schema S --table T --foreign-key F"), 1,
+        "foreign key \"F\" not found in table \"T\"; there is none");
+
+    const CommandResult allowed =
+        Udmlgen("--snapshot " + snapshot + " --request table --schema S --table t --allow-missing -q");
+    EXPECT_EQ(0, allowed.exitStatus);
+    EXPECT_TRUE(Contains(allowed.standardOutput, "\"t\" AS \"t\""));
+}
+
+TEST(CliMessages, SummaryVersionVerbosityAndHelp) {
+    const std::string snapshot = Minimal();
+    const CommandResult normal = Udmlgen("--snapshot " + snapshot);
+    EXPECT_TRUE(
+        std::regex_match(normal.standardError,
+                         std::regex("udmlgen: wrote 0 catalogs, 1 schemas, 1 tables, 1 columns, 0 keys, 0 "
+                                    "foreign keys, 0 joins in [0-9]+\\.[0-9]{2} s\n")))
+        << normal.standardError;
+    EXPECT_EQ("", Udmlgen("--snapshot " + snapshot + " -q").standardError);
+    const CommandResult verbose = Udmlgen("--snapshot " + snapshot + " -v");
+    EXPECT_TRUE(Contains(verbose.standardError, "udmlgen: opened the source: snapshot "))
+        << verbose.standardError;
+    EXPECT_EQ(normal.standardOutput, verbose.standardOutput);
+
+    EXPECT_TRUE(
+        std::regex_match(Udmlgen("--version").standardOutput, std::regex("udmlgen [0-9]+\\.[0-9.]+\n")));
+    const CommandResult help = Udmlgen("--help");
+    EXPECT_EQ(0, help.exitStatus);
+    for (const char* part : {"Depth levels", "Table types", "--depth 4", "--table-types 5",
+                             "Examples:", "UDMLGEN_PASSWORD", "Exit status"})
+        EXPECT_TRUE(Contains(help.standardOutput, part)) << part;
+    const CommandResult sources = Udmlgen("sources");
+    EXPECT_EQ(0, sources.exitStatus);
+    EXPECT_TRUE(Contains(sources.standardOutput, "Data sources:\n") &&
+                Contains(sources.standardOutput, "Drivers:\n"));
+}
+
+TEST(CliFailures, MissingOrMalformedInputsNameTheFileAndPlace) {
     const std::string broken =
         WriteScratch("broken.json", "{\"format\": \"udml-snapshot-1\",\n \"tables\": [}");
     const CommandResult syntax = Udmlgen("--snapshot " + broken);
@@ -118,29 +272,31 @@ TEST(CliFailures, MissingOrMalformedInputsNameTheFileAndPlace) {
         WriteScratch("wrong-field.json", R"({"format": "udml-snapshot-1", "columns": [{"precision": -1}]})");
     ExpectFailure(Udmlgen("--snapshot " + wrongField), 1, "precision");
 
-    const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
     const std::string existing =
         WriteScratch("existing.udml", "\nDECLARE CATALOG \"D\".\"C\" AS \"C\";\nDECLARE oops;");
-    const CommandResult badExisting = Udmlgen("--snapshot " + snapshot + " --existing " + existing);
+    const CommandResult badExisting = Udmlgen("--snapshot " + Minimal() + " --existing " + existing);
     ExpectFailure(badExisting, 1, "existing.udml:3");
     EXPECT_EQ(1, LineCount(badExisting.standardError));
 }
 
-TEST(CliFailures, UnknownDataSourceIsReportedWithTheDriverManagersWords) {
+TEST(CliFailures, UnknownDataSourceGivesTheDriverManagersWordsAndWhatToDoNext) {
     const CommandResult run = Udmlgen("--connect udmlgen-no-such-dsn");
     ExpectFailure(run, 1, "IM002");
-    EXPECT_NE(std::string::npos, run.standardError.find("udmlgen-no-such-dsn"));
-    EXPECT_EQ(1, LineCount(run.standardError));
+    EXPECT_TRUE(Contains(run.standardError, "udmlgen-no-such-dsn"));
+    EXPECT_TRUE(Contains(run.standardError, "\nudmlgen: hint: 'udmlgen sources'")) << run.standardError;
+
+    const CommandResult driver = Udmlgen("--connect 'Driver=/nonexistent/libnone.so;Database=x'");
+    EXPECT_EQ(1, driver.exitStatus);
+    EXPECT_TRUE(Contains(driver.standardError, "odbc-postgresql")) << driver.standardError;
 }
 
 TEST(CliExisting, CatalogsAndSchemasTheRepositoryHoldsAreSkipped) {
-    const std::string snapshot = WriteScratch("minimal.json", kMinimalSnapshot);
     const std::string existing =
         WriteScratch("has-schema.udml", "\nDECLARE SCHEMA \"D\".\"\".\"S\" AS \"S\";\n");
-    const CommandResult run = Udmlgen("--snapshot " + snapshot + " --database D --existing " + existing);
+    const CommandResult run = Udmlgen("--snapshot " + Minimal() + " --database D --existing " + existing);
     ASSERT_EQ(0, run.exitStatus) << run.standardError;
-    EXPECT_EQ(std::string::npos, run.standardOutput.find("DECLARE SCHEMA"));
-    EXPECT_NE(std::string::npos, run.standardOutput.find("DECLARE TABLE"));
+    EXPECT_FALSE(Contains(run.standardOutput, "DECLARE SCHEMA"));
+    EXPECT_TRUE(Contains(run.standardOutput, "DECLARE TABLE"));
 }
 
 class CliSample : public ::testing::Test {
@@ -165,10 +321,25 @@ TEST_F(CliSample, SampleDatabaseGivesItsGoldenText) {
         std::ofstream(expectedPath, std::ios::binary) << run.standardOutput;
     const std::string expected = ReadWholeFile(expectedPath);
     EXPECT_TRUE(expected == run.standardOutput) << DiffTexts(expected, run.standardOutput);
+    EXPECT_TRUE(
+        std::regex_search(run.standardError, std::regex("wrote 0 catalogs, 0 schemas, [1-9][0-9]* tables, "
+                                                        "[1-9][0-9]* columns, [1-9][0-9]* keys, "
+                                                        "[1-9][0-9]* foreign keys, 0 joins")))
+        << run.standardError;
+
+    // Without --database a connection string names the database after its DATABASE= value, the
+    // key read ignoring case.
+    const std::string path = ScratchPath("sales.db");
+    std::string lowerCase = connection;
+    lowerCase.replace(lowerCase.find("Database=" + path), 9 + path.size(), "database=" + path);
+    const CommandResult unnamed = Udmlgen("-q --connect " + ShellQuote(lowerCase));
+    ASSERT_EQ(0, unnamed.exitStatus) << unnamed.standardError;
+    EXPECT_EQ(0u, unnamed.standardOutput.find("\nDECLARE TABLE \"" + path + "\""))
+        << unnamed.standardOutput.substr(0, 80);
 }
 
 TEST_F(CliSample, SnapshotOfTheSampleGivesTheSameOutputAsTheLiveSource) {
-    const std::string snapshot = ScratchPath("sales-capture.json");
+    const std::string snapshot = WriteScratch("sales-capture.json", "an older capture");
     const CommandResult capture = Udmlgen("snapshot --connect " + ShellQuote(connection) + " -o " + snapshot);
     ASSERT_EQ(0, capture.exitStatus) << capture.standardError;
     const CommandResult again = Udmlgen("snapshot --connect " + ShellQuote(connection));

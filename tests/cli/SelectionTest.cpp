@@ -78,8 +78,8 @@ std::string WriteSnapshotFile(const std::string& name, const SourceMetadata& met
 
 void ExpectSameRun(const std::string& selected, const std::string& expected) {
     const CommandResult run = Udmlgen(selected), want = Udmlgen(expected);
-    ASSERT_EQ(0, run.exitStatus) << selected << "\n" << run.standardError;
-    ASSERT_EQ(0, want.exitStatus) << expected << "\n" << want.standardError;
+    // A request for a table left out fails as one for a table the source does not hold.
+    ASSERT_EQ(want.exitStatus, run.exitStatus) << selected << "\n" << run.standardError << want.standardError;
     EXPECT_TRUE(run.standardOutput == want.standardOutput)
         << selected << "\n"
         << DiffTexts(want.standardOutput, run.standardOutput);

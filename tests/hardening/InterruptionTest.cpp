@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <random>
@@ -103,6 +104,7 @@ TEST(Interruption, AbortFromAnotherThreadAtRandomMomentsLeavesConsistentOutput) 
 int InterruptCommand(const std::string& snapshot, const std::string& output, const std::string& errorFile,
                      int signal) {
     std::remove(output.c_str());
+    std::remove((output + ".partial").c_str());
     const std::string program = UdmlgenPath();
     const pid_t pid = fork();
     if (pid == 0) {
@@ -119,13 +121,23 @@ int InterruptCommand(const std::string& snapshot, const std::string& output, con
     }
     if (pid < 0)
         return -1;
-    // Signal only once the walk is under way (stdio buffers, so wait for a real block of output).
+    // Signal only once the walk is under way (stdio buffers, so wait for a real block of output
+    // in the temporary file that becomes the output on success).
+    const std::filesystem::path target(output);
+    const std::string temporaryPrefix = "." + target.filename().string() + ".";
+    auto started = [&] {
+        for (const auto& entry : std::filesystem::directory_iterator(target.parent_path())) {
+            std::error_code error;
+            if (entry.path().filename().string().rfind(temporaryPrefix, 0) == 0 && entry.file_size(error) > 0)
+                return true;
+        }
+        return false;
+    };
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(120);
     int status = 0;
     bool exited = false;
     while (Clock::now() < deadline) {
-        struct stat info {};
-        if (stat(output.c_str(), &info) == 0 && info.st_size > 0)
+        if (started())
             break;
         if (waitpid(pid, &status, WNOHANG) == pid) {
             exited = true;
@@ -163,7 +175,9 @@ TEST(Interruption, SignalsStopTheCommandWithTheirStatusAndAConsistentFile) {
         const int status = InterruptCommand(snapshot, output, errors, signal);
         EXPECT_EQ(status, 128 + signal);
         EXPECT_NE(ReadWholeFile(errors).find("interrupted"), std::string::npos) << ReadWholeFile(errors);
-        const std::string partial = ReadWholeFile(output);
+        // The output is replaced only on success; what was written is kept beside it.
+        EXPECT_THROW(ReadWholeFile(output), std::runtime_error);
+        const std::string partial = ReadWholeFile(output + ".partial");
         EXPECT_LT(partial.size(), complete.size()) << "the walk ended before the signal came";
         EXPECT_EQ(CheckInterruptedOutput(complete, partial), "");
     }
