@@ -33,7 +33,7 @@ struct Options {
     bool viewLinks = false;
     bool allowMissing = false; // send requests for names the source does not hold
     Verbosity verbosity = Verbosity::Normal;
-    std::string outputFile; // empty or "-": standard output
+    std::string outputFile;      // empty or "-": standard output
     SelectionPatterns selection; // the include and exclude patterns of the source's objects
 };
 
