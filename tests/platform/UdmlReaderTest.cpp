@@ -1,5 +1,6 @@
 // Reading UDML back into the repository: every statement kind as the generator writes it, with
-// the raw texts that are not escaped, and malformed input reported by file and line.
+// the raw texts that are not escaped; only a statement's head and qualified name decide what it
+// declares; input that cannot be read is reported by file and line.
 #include "platform/repository/UdmlReader.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +38,8 @@ std::wstring ReadError(const std::string& text) {
 
 // Statements as the generator writes them, names chosen to carry quotes, braces, blanks and
 // non-ASCII letters into every raw and escaped position.
-const std::string kCatalog = "\nDECLARE CATALOG \"Sales DB\".\"CRM\" AS \"CRM\";\n";
+const std::string kCatalog = "\nDECLARE CATALOG \"Sales DB\".\"CRM\" AS \"CRM\";\n"
+                             "\nDECLARE CATALOG \"Sales DB\".\"\"\"\"\"\" AS \"\"\"\";\n";
 const std::string kSchema = "\nDECLARE SCHEMA \"Sales DB\".\"CRM\".\"EU \"\"x\"\"\" AS \"EU \"x\"\"\n"
                             "\tWS INPUTMSG{<m a=\"1\">\\}</m>};\n";
 const std::string kTable =
@@ -82,11 +84,12 @@ std::string AllStatements() {
     return kCatalog + kSchema + kTable + kKey + kForeignKey + kColumn + kJoin;
 }
 
-TEST(UdmlReader, ReadsEveryStatementKindWithRawAndEscapedNames) {
+TEST(UdmlReader, ReadsBackEveryStatementKindTheGeneratorWritesWithRawAndDoubledQuotes) {
     ARpGateway gateway;
     UdmlReader::ReadText(gateway, AllStatements(), "all.udml");
     const std::vector<std::string> expected = {
         "3025: Sales DB|CRM",
+        "3025: Sales DB|\"\"",
         "3027: Sales DB|CRM|EU \"x\"",
         std::string("3001: Sales DB|CRM|EU \"x\"|Gr\xF6\xDF") + "e {T}",
         std::string("3003: Sales DB|CRM|EU \"x\"|Gr\xF6\xDF") + "e {T}|ID",
@@ -108,7 +111,7 @@ TEST(UdmlReader, ReadsEveryStatementKindWithRawAndEscapedNames) {
     EXPECT_EQ((QualifiedName{L"AppDB", L"C", L"M", L"EmpView"}), join->SecondTable());
 }
 
-TEST(UdmlReader, KeywordsIgnoreCaseAndRepeatedStatementsKeepOneObject) {
+TEST(UdmlReader, KeywordsIgnoreCaseALeadingBomIsIgnoredAndRepeatedStatementsKeepOneObject) {
     ARpGateway gateway;
     const std::string text =
         "\xEF\xBB\xBF  declare Catalog \"D\" . \"C\"  as \"C\" ;"
@@ -126,7 +129,57 @@ TEST(UdmlReader, KeywordsIgnoreCaseAndRepeatedStatementsKeepOneObject) {
     EXPECT_EQ(0u, empty.ObjectCount());
 }
 
-TEST(UdmlReader, MalformedStatementsNameFileLineAndWhatWasExpected) {
+TEST(UdmlReader, OnlyHeadAndQualifiedNameDecideTheAsClausePropertiesAndPartCountAreSkipped) {
+    ARpGateway gateway;
+    UdmlReader::ReadText(
+        gateway,
+        // No AS clause; a schema name of two parts; PROPERTIES where none are written.
+        "DECLARE CATALOG \"D\".\"C\";\n"
+        "DECLARE SCHEMA \"D\".\"S\" AS \"S\" PROPERTIES ({k} = {v});\n"
+        // Display names other than the last part, one a run of quotes, one holding
+        // '" TYPE' before the real end.
+        "DECLARE SCHEMA \"D\".\"C\".\"X\" AS \"\"\"\";\n"
+        "DECLARE TABLE \"D\".\"C\".\"X\".\"T\" AS \"a\"\"\n HAVING( \n"
+        "    \"D\".\"C\".\"X\".\"T\".\"c\" AS \"(c\", d\" TYPE INT, \"D\".\"C\".\"X\".\"T\".\"d\"\n );\n"
+        // A join whose AS differs from its name, and one with no AS or EXTERNAL.
+        "DECLARE JOIN \"J\" AS \"K\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"X\".\"T\", \"D\".\"U\") AS {};"
+        "DECLARE JOIN \"J2\" ON TABLES (\"D\".\"U\", \"D\".\"C\".\"X\".\"T\");\n"
+        // A column list cut short by the source: the statement ends at its ';'.
+        "DECLARE TABLE \"D\".\"C\".\"X\".\"V\" AS \"V\"\n HAVING( \n"
+        "    \"D\".\"C\".\"X\".\"V\".\"e\" AS \"e\" TYPE INT DESCRIPTION {};\n",
+        "in.udml");
+    EXPECT_EQ((std::vector<std::string>{"3025: D|C", "3027: D|S", "3027: D|C|X", "3001: D|C|X|T",
+                                        "3003: D|C|X|T|c", "3003: D|C|X|T|d", "3011: D|J", "3011: D|J2",
+                                        "3001: D|C|X|V", "3003: D|C|X|V|e"}),
+              Objects(gateway));
+}
+
+TEST(UdmlReader, AStatementWithoutItsSemicolonRunsOnToTheNextSemicolonAsSkippedRest) {
+    ARpGateway gateway;
+    UdmlReader::ReadText(gateway,
+                         "DECLARE SCHEMA \"D\".\"C\".\"S\" AS \"S\"\n"
+                         "DECLARE CATALOG \"D\".\"C\" AS \"C\";\n"
+                         "DECLARE CATALOG \"D\".\"E\" AS \"E\";\n",
+                         "in.udml");
+    EXPECT_EQ((std::vector<std::string>{"3027: D|C|S", "3025: D|E"}), Objects(gateway));
+}
+
+TEST(UdmlReader, AJoinDeclaredAgainKeepsOneJoinWithTheTablesOfItsFirstDeclaration) {
+    ARpGateway gateway;
+    UdmlReader::ReadText(gateway,
+                         "DECLARE JOIN \"J\" AS \"J\" EXTERNAL \"E\" ON TABLES (\"D\".\"\".\"S\".\"A\", "
+                         "\"D\".\"\".\"S\".\"B\") AS {} ;\n"
+                         "DECLARE JOIN \"J\" AS \"J\" EXTERNAL \"F\" ON TABLES (\"D\".\"\".\"S\".\"A\", "
+                         "\"D\".\"\".\"S\".\"C\") AS {} ;",
+                         "in.udml");
+    ASSERT_EQ(std::vector<std::string>{"3011: D|J"}, Objects(gateway));
+    const auto* join = dynamic_cast<const AComplexJoin*>(gateway.GetObject(1));
+    ASSERT_NE(nullptr, join);
+    EXPECT_EQ((QualifiedName{L"D", L"", L"S", L"B"}), join->SecondTable());
+    EXPECT_EQ(0u, gateway.FindComplexJoin({L"D", L"", L"S", L"A"}, {L"D", L"", L"S", L"C"}));
+}
+
+TEST(UdmlReader, UnreadableInputFailsNamingFileLineAndWhatWasExpected) {
     struct Case {
         std::string text;
         std::wstring message;
@@ -135,35 +188,25 @@ TEST(UdmlReader, MalformedStatementsNameFileLineAndWhatWasExpected) {
         // The table bit cleared: only the statement's tail is written.
         {"\n URI 'CRM.Sales.Orders';\n",
          L"in.udml:2: expected DECLARE at the start of a statement, found 'URI'"},
+        // Cut off by the end of the file, also inside a column list.
         {"\nDECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"",
          L"in.udml:2: expected ';' ending the DECLARE TABLE "
          L"statement begun on line 2, found end of input"},
-        {"DECLARE SCHEMA \"D\".\"C\".\"S\" AS \"S\"\n\nDECLARE CATALOG \"D\".\"C\" AS \"C\";",
-         L"in.udml:3: expected ';' ending the DECLARE SCHEMA statement begun on line 1, found 'DECLARE'"},
-        {"DECLARE CATALOG \"D\".\"C\".\"X\" AS \"X\";",
-         L"in.udml:1: expected a catalog name of 2 parts, found 3"},
+        {"DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"\n HAVING( \n    \"D\".\"C\".\"S\".\"T\".\"A\" AS "
+         "\"A\" TYPE INT,\n",
+         L"in.udml:4: expected ';' ending the DECLARE TABLE statement begun on line 1, found end of input"},
         {"DECLARE VIEW \"D\".\"V\";",
          L"in.udml:1: expected CATALOG, SCHEMA, TABLE, TABLE KEY, COLUMN, FOREIGN KEY "
          L"or JOIN after DECLARE, found 'VIEW'"},
+        {"DECLARE CATALOG AS \"C\";", L"in.udml:1: expected a quoted catalog name, found 'AS'"},
         {"\n\nDECLARE CATALOG \"D\".\"C;\n", L"in.udml:3: unterminated quoted name (no closing '\"')"},
-        {"DECLARE CATALOG \"D\".\"C\" \"C\";", L"in.udml:1: expected AS, found '\"'"},
         {"DECLARE CATALOG \"D\".C AS \"C\";", L"in.udml:1: expected a quoted name part, found 'C'"},
-        {"DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"\n HAVING( \n    \"D\".\"C\".\"S\".\"T\".\"A\" AS "
-         "\"A\" "
-         "DESCRIPTION {};\n",
-         L"in.udml:3: expected ',' or ')' in the column list of the DECLARE TABLE statement begun on line 1, "
-         L"found ';'"},
-        {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" PROPERTIES ({k} = {v};",
-         L"in.udml:1: expected ')', found ';'"},
         {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" DESCRIPTION {x\\};\n",
          L"in.udml:1: unterminated brace text (no closing '}')"},
         {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" MAPPED COLUMN 'x' DESCRIPTION {};",
          L"in.udml:1: unterminated text after MAPPED COLUMN"},
-        {"DECLARE JOIN \"A\" AS \"B\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"S\".\"T\", "
-         "\"D\".\"C\".\"S\".\"U\");",
-         L"in.udml:1: expected the join name twice, as \"<name>\" AS \"<name>\" EXTERNAL \"...\""},
         {"DECLARE JOIN \"A\" AS \"A\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"S\".\"T\");",
-         L"in.udml:1: expected ',' between the two tables, found ')'"},
+         L"in.udml:1: expected ON TABLES (<table>, <table>) after the join's names"},
         {"DECLARE CATALOG \"D\".\"C\" AS \"C\";\nDECLARE CATALOG \"D\".\"\xC3\x28\" AS \"x\";",
          L"in.udml:2: ill-formed UTF-8 (byte 0xC3)"},
     };
@@ -175,8 +218,7 @@ TEST(UdmlReader, StatementsBeforeAFailureStayAndTheFailingOneLeavesNoTrace) {
     ARpGateway gateway;
     const std::string text = "DECLARE CATALOG \"D\".\"C\" AS \"C\";\n"
                              "DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"\n HAVING( \n"
-                             "    \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" DESCRIPTION {}\n )\n"
-                             "DECLARE CATALOG \"D\".\"E\" AS \"E\";\n";
+                             "    \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" DESCRIPTION {x\n )\n";
     EXPECT_THROW(UdmlReader::ReadText(gateway, text, "x"), ErrorMessage);
     EXPECT_EQ(std::vector<std::string>{"3025: D|C"}, Objects(gateway));
 }
@@ -199,7 +241,8 @@ TEST(UdmlReader, FilesAreReadOrTheOsReasonIsGiven) {
     const std::string path = testing::TempDir() + "udml_reader_test.udml";
     {
         std::ofstream out(path, std::ios::binary);
-        out << kCatalog << "DECLARE SCHEMA \"Sales DB\".\"CRM\".\"S\" AS \"S\"\n";
+        out << kCatalog.substr(0, kCatalog.find(';') + 2)
+            << "DECLARE SCHEMA \"Sales DB\".\"CRM\".\"S\" AS \"S\"\n";
     }
     try {
         UdmlReader::ReadFile(gateway, path);
