@@ -5,7 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
+#include <random>
+#include <set>
+#include <vector>
 
 namespace {
 
@@ -72,30 +77,64 @@ TEST(SearchPatternTest, ManyPercentSignsStayFast) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
+// The index walk that the memory source and the ODBC schema cache share must find exactly the
+// names the matcher accepts, over names and patterns dense in wildcards, escapes and prefixes.
+TEST(SearchPatternTest, IndexWalkFindsExactlyWhatTheMatcherAccepts) {
+    std::mt19937 random(20240611);
+    auto randomText = [&random](size_t most) {
+        WyString text(random() % (most + 1), L'a');
+        for (wchar_t& c : text)
+            c = L"ab_%\\"[random() % 5];
+        return text;
+    };
+    for (int round = 0; round < 300; ++round) {
+        std::set<WyString> names;
+        while (names.size() < 40)
+            names.insert(randomText(4));
+        const std::vector<WyString> sorted(names.begin(), names.end());
+        const WyString pattern = randomText(5);
+        std::vector<WyString> expected, found;
+        std::copy_if(sorted.begin(), sorted.end(), std::back_inserter(expected),
+                     [&pattern](const WyString& name) { return MatchesSearchPattern(pattern, name); });
+        using Pos = std::vector<WyString>::const_iterator;
+        ForEachMatchingName(
+            pattern,
+            [&sorted](const WyString& prefix) {
+                return std::lower_bound(sorted.begin(), sorted.end(), prefix);
+            },
+            sorted.end(), [](const Pos& at) -> const WyString& { return *at; },
+            [&found](const Pos& at) { found.push_back(*at); });
+        ASSERT_EQ(expected, found) << testing::PrintToString(pattern);
+    }
+}
+
 TEST(TableTypeSelectorTest, BitsCoverTheirTypesIgnoringCase) {
-    EXPECT_TRUE(TableTypeSelected(0, L"SYSTEM TABLE"));
-    EXPECT_TRUE(TableTypeSelected(0, L""));
-
-    EXPECT_TRUE(TableTypeSelected(0x01, L"TABLE"));
-    EXPECT_TRUE(TableTypeSelected(0x01, L"view"));
-    EXPECT_TRUE(TableTypeSelected(0x01, L""));
-    EXPECT_TRUE(TableTypeSelected(0x01, L"MATERIALIZED VIEW"));
-    EXPECT_TRUE(TableTypeSelected(0x01, L"SYSTEM"));
-    EXPECT_FALSE(TableTypeSelected(0x01, L"system table"));
-    EXPECT_FALSE(TableTypeSelected(0x01, L"Synonym"));
-    EXPECT_FALSE(TableTypeSelected(0x01, L"LOCAL TEMPORARY"));
-
-    EXPECT_TRUE(TableTypeSelected(0x02, L"System View"));
-    EXPECT_FALSE(TableTypeSelected(0x02, L"TABLE"));
-    EXPECT_TRUE(TableTypeSelected(0x04, L"alias"));
-    EXPECT_FALSE(TableTypeSelected(0x04, L"SYSTEM TABLE"));
-    EXPECT_TRUE(TableTypeSelected(0x08, L"global temporary"));
-    EXPECT_FALSE(TableTypeSelected(0x08, L"TEMPORARY"));
-    EXPECT_TRUE(TableTypeSelected(0x0A, L"SYSTEM TABLE"));
-    EXPECT_TRUE(TableTypeSelected(0x0A, L"LOCAL TEMPORARY"));
-    EXPECT_FALSE(TableTypeSelected(0x0A, L"VIEW"));
-    // Bits above the four known ones select nothing by themselves.
-    EXPECT_FALSE(TableTypeSelected(0x10, L"TABLE"));
+    const struct {
+        uint8_t selector;
+        const wchar_t* type;
+        bool selected;
+    } cases[] = {
+        {0, L"SYSTEM TABLE", true},
+        {0, L"", true},
+        {0x01, L"view", true},
+        {0x01, L"", true},
+        {0x01, L"MATERIALIZED VIEW", true},
+        {0x01, L"SYSTEM", true},
+        {0x01, L"system table", false},
+        {0x01, L"Synonym", false},
+        {0x01, L"LOCAL TEMPORARY", false},
+        {0x02, L"System View", true},
+        {0x02, L"TABLE", false},
+        {0x04, L"alias", true},
+        {0x08, L"global temporary", true},
+        {0x08, L"TEMPORARY", false},
+        {0x0A, L"LOCAL TEMPORARY", true},
+        {0x0A, L"VIEW", false},
+        {0x10, L"TABLE", false}, // bits above the four known ones select nothing by themselves
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.selected, TableTypeSelected(c.selector, c.type))
+            << c.selector << " " << testing::PrintToString(WyString(c.type));
 }
 
 TEST(DataTypeNameTest, EveryNameReadsBackAndOthersAreRefused) {

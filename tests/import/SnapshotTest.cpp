@@ -188,17 +188,6 @@ TEST(SnapshotWriteTest, RichFileRecapturesByteForByte) {
     EXPECT_EQ(FileText(path), Capture(*source, source->Metadata().callInterface));
 }
 
-TEST(SnapshotWriteTest, ExampleFileSurvivesARoundTrip) {
-    std::unique_ptr<MemoryImport> source = ReadSnapshotFile(kDataDir + "example-snapshot.json");
-    const std::string first = Capture(*source, source->Metadata().callInterface);
-    const SourceMetadata reread = ParseSnapshot(first, "capture.json");
-    // No column names the example's pick list; it is kept all the same.
-    EXPECT_EQ(1u, reread.pickLists.count(L"PickList Account Type"));
-    EXPECT_EQ(source->Metadata().foreignKeys.size(), reread.foreignKeys.size());
-    MemoryImport again(std::make_shared<const SourceMetadata>(reread));
-    EXPECT_EQ(first, Capture(again, 3));
-}
-
 TEST(SnapshotWriteTest, FreshRecordsAreWrittenWithEveryFieldInFixedOrder) {
     SourceMetadata metadata;
     MITable table;

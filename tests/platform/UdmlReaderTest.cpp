@@ -6,9 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
-#include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -236,52 +233,6 @@ TEST(UdmlReader, FilesAreReadOrTheOsReasonIsGiven) {
         FAIL() << "no error";
     } catch (const ErrorMessage& error) {
         EXPECT_STREQ("cannot read /: Is a directory", error.what());
-    }
-
-    const std::string path = testing::TempDir() + "udml_reader_test.udml";
-    {
-        std::ofstream out(path, std::ios::binary);
-        out << kCatalog.substr(0, kCatalog.find(';') + 2)
-            << "DECLARE SCHEMA \"Sales DB\".\"CRM\".\"S\" AS \"S\"\n";
-    }
-    try {
-        UdmlReader::ReadFile(gateway, path);
-        FAIL() << "no error";
-    } catch (const ErrorMessage& error) {
-        EXPECT_EQ(
-            path + ":4: expected ';' ending the DECLARE SCHEMA statement begun on line 3, found end of input",
-            error.what());
-    }
-    std::remove(path.c_str());
-    EXPECT_EQ(std::vector<std::string>{"3025: Sales DB|CRM"}, Objects(gateway));
-}
-
-TEST(UdmlReader, ArbitraryInputNeverCrashesOrHangs) {
-    const std::string text = AllStatements();
-    // Every truncation and a run of seeded byte mutations either reads or throws ErrorMessage.
-    for (size_t n = 0; n <= text.size(); ++n) {
-        ARpGateway gateway;
-        try {
-            UdmlReader::ReadText(gateway, text.substr(0, n), "cut");
-        } catch (const ErrorMessage&) {
-        }
-    }
-    std::mt19937 random(12345);
-    const char alphabet[] = "\"'{}()\\;,. \nAS";
-    for (int round = 0; round < 3000; ++round) {
-        std::string mutated = text;
-        for (int k = 0; k < 3; ++k) {
-            const size_t at = random() % mutated.size();
-            if (random() % 2)
-                mutated[at] = alphabet[random() % (sizeof alphabet - 1)];
-            else
-                mutated.erase(at, 1 + random() % 4);
-        }
-        ARpGateway gateway;
-        try {
-            UdmlReader::ReadText(gateway, mutated, "fuzz");
-        } catch (const ErrorMessage&) {
-        }
     }
 }
 
