@@ -81,6 +81,17 @@ bool MatchesSearchPattern(const WyString& pattern, const WyString& name) {
     return tokenPos == tokens.size();
 }
 
+WyString ExactSearchPattern(const WyString& name) {
+    WyString pattern;
+    pattern.reserve(name.size());
+    for (const wchar_t c : name) {
+        if (c == L'%' || c == L'_' || c == L'\\')
+            pattern.push_back(L'\\');
+        pattern.push_back(c);
+    }
+    return pattern;
+}
+
 bool TableTypeSelected(uint8_t selector, const WyString& tableType) {
     if (selector == 0)
         return true;

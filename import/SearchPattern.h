@@ -13,6 +13,9 @@
 /// name.
 bool MatchesSearchPattern(const WyString& pattern, const WyString& name);
 
+/// The search pattern that matches exactly `name`: every "%", "_" and "\" escaped.
+WyString ExactSearchPattern(const WyString& name);
+
 /// When the pattern character at `pos` is an escaping "\", the position of the character it
 /// makes literal; otherwise `pos`.
 inline size_t SearchPatternLiteralAt(const WyString& pattern, size_t pos) {

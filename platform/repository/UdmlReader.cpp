@@ -623,22 +623,33 @@ private:
         }
     }
 
-    /// A raw '...' text: it ends at the first quote that blanks and one of `followers` (or, with
-    /// `orSemicolon`, a ';') come after.
+    /// A raw '...' text: it ends at the first quote that blanks and one of `followers` come
+    /// after, or with `orSemicolon`, a ';' that ends the line as the generator writes it, or
+    /// failing that, any ';'.
     void RawLiteral(const char* after, std::initializer_list<const char*> followers, bool orSemicolon) {
         const size_t open = m_pos;
-        for (size_t quote = m_text.find('\'', open + 1); quote != std::string::npos;
-             quote = m_text.find('\'', quote + 1)) {
-            const size_t at = SkipBlanksFrom(quote + 1);
-            bool ends = orSemicolon && Peek(at) == ';';
-            if (at != quote + 1) {
-                for (const char* follower : followers)
-                    ends = ends || KeywordAt(at, follower) != 0;
+        for (const bool loosely : {false, true}) {
+            if (loosely && !orSemicolon)
+                break;
+            if (!loosely && orSemicolon && open + 1 >= m_noLineEndFrom)
+                continue; // no ';' ends a line after here: see below
+            for (size_t quote = m_text.find('\'', open + 1); quote != std::string::npos;
+                 quote = m_text.find('\'', quote + 1)) {
+                const size_t at = SkipBlanksFrom(quote + 1);
+                const char next = Peek(at + 1);
+                bool ends =
+                    orSemicolon && Peek(at) == ';' && (loosely || next == '\n' || at + 1 >= m_text.size());
+                if (at != quote + 1) {
+                    for (const char* follower : followers)
+                        ends = ends || KeywordAt(at, follower) != 0;
+                }
+                if (ends) {
+                    m_pos = quote + 1;
+                    return;
+                }
             }
-            if (ends) {
-                m_pos = quote + 1;
-                return;
-            }
+            if (orSemicolon)
+                m_noLineEndFrom = open + 1; // a later scan from further on finds none either
         }
         Fail(open, std::string("unterminated text after ") + after);
     }
@@ -650,6 +661,8 @@ private:
     size_t m_line = 1, m_linePos = 0; // m_line is the line of offset m_linePos
     std::string m_head;
     size_t m_headLine = 1;
+    // A start after which no raw text is ended by a ';' at the end of a line.
+    size_t m_noLineEndFrom = std::string::npos;
     // Per strictness and kind, a start from which no quote up to the end continues a statement.
     size_t m_noContinuationFrom[2][kKindCount] = {
         {std::string::npos, std::string::npos, std::string::npos, std::string::npos, std::string::npos},
