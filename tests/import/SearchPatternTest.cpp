@@ -1,12 +1,9 @@
-// Name selection shared by every import source: search patterns, the table-type selector, and
-// the data-type names the snapshot format spells out.
+// Name selection shared by every import source: search patterns and the table-type selector.
 #include "import/SearchPattern.h"
-#include "import/MIRecords.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
 #include <random>
 #include <set>
@@ -68,15 +65,6 @@ TEST(SearchPatternTest, WildcardsAndCaseAndBackslashEscapesOnlyPercentUnderscore
             << testing::PrintToString(WyString(c.name));
 }
 
-TEST(SearchPatternTest, ManyPercentSignsStayFast) {
-    const WyString pattern = WyString(40, L'%') + L"a" + WyString(40, L'%') + L"b_";
-    const WyString name(20000, L'a');
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(MatchesSearchPattern(pattern, name));
-    EXPECT_TRUE(MatchesSearchPattern(pattern, name + L"bc"));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-}
-
 // The index walk that the memory source and the ODBC schema cache share must find exactly the
 // names the matcher accepts, over names and patterns dense in wildcards, escapes and prefixes.
 TEST(SearchPatternTest, IndexWalkFindsExactlyWhatTheMatcherAccepts) {
@@ -135,27 +123,6 @@ TEST(TableTypeSelectorTest, BitsCoverTheirTypesIgnoringCase) {
     for (const auto& c : cases)
         EXPECT_EQ(c.selected, TableTypeSelected(c.selector, c.type))
             << c.selector << " " << testing::PrintToString(WyString(c.type));
-}
-
-TEST(DataTypeNameTest, EveryNameReadsBackAndOthersAreRefused) {
-    for (int32_t value = WyBitData; value <= WyMaxType; ++value) {
-        const char* name = WyDataTypeName(static_cast<WyDataType>(value));
-        ASSERT_NE(nullptr, name) << value;
-        WyDataType type = WyUnknown;
-        ASSERT_TRUE(WyDataTypeFromName(WyString(name, name + std::char_traits<char>::length(name)), type));
-        EXPECT_EQ(value, type);
-    }
-    EXPECT_STREQ("WyVarCharData", WyDataTypeName(WyVarCharData));
-    EXPECT_STREQ("WyMaxType", WyDataTypeName(WyMaxType));
-    EXPECT_EQ(nullptr, WyDataTypeName(static_cast<WyDataType>(-1)));
-    EXPECT_EQ(nullptr, WyDataTypeName(static_cast<WyDataType>(27)));
-
-    WyDataType type = WyCharData;
-    EXPECT_FALSE(WyDataTypeFromName(L"wyvarchardata", type));
-    EXPECT_FALSE(WyDataTypeFromName(L"WyVarCharData ", type));
-    EXPECT_FALSE(WyDataTypeFromName(L"WyVarChar", type));
-    EXPECT_FALSE(WyDataTypeFromName(L"", type));
-    EXPECT_EQ(WyCharData, type);
 }
 
 } // namespace

@@ -201,32 +201,6 @@ TEST(SnapshotWriteTest, FreshRecordsAreWrittenWithEveryFieldInFixedOrder) {
     EXPECT_EQ(FileText(kDataDir + "minimal-capture.expected.json"), Capture(source, ServerInfo::kCLI_WS));
 }
 
-// Capturing a live source asks for each table's columns with its name as a search pattern; the
-// capture must still give every column to its own table exactly once.
-TEST(SnapshotWriteTest, PatternLookAlikesAndRepeatedTablesAreCapturedOnce) {
-    SourceMetadata metadata;
-    for (const wchar_t* name : {L"A_B", L"AXB", L"A_B"}) {
-        MITable table;
-        table.schema_ = L"S";
-        table.table_ = name;
-        metadata.tables.push_back(table);
-    }
-    for (const wchar_t* name : {L"A_B", L"AXB"}) {
-        MIColumn column;
-        column.schema_ = L"S";
-        column.table_ = name;
-        column.columnName_ = L"id";
-        metadata.columns.push_back(column);
-    }
-    FakeImport source(metadata);
-    const SourceMetadata captured = ParseSnapshot(Capture(source), "capture.json");
-    ASSERT_EQ(3u, captured.tables.size());
-    ASSERT_EQ(2u, captured.columns.size());
-    EXPECT_EQ(L"A_B", captured.columns[0].table_);
-    EXPECT_EQ(L"AXB", captured.columns[1].table_);
-    EXPECT_EQ(2u, source.CallsStartingWith("PrepareForColumn(").size());
-}
-
 TEST(SnapshotWriteTest, FailingSourceWritesNothing) {
     FakeImport source(ReadSnapshotFile(kDataDir + "rich-snapshot.json")->Metadata());
     source.FailAt("Get(MIColumn)", 2);
