@@ -94,10 +94,8 @@ SourceMetadata RandomSource(Random& r) {
         link.source_ = m.tables[r.Below(m.tables.size())].table_;
         link.destination_ = m.tables[r.Below(m.tables.size())].table_;
         link.cardinality_ = static_cast<uint16>(r.Below(10));
-        for (size_t pair = r.Below(3); pair > 0; --pair) {
-            link.sourceColumns_.push_back(r.Name());
-            link.destinationColumns_.push_back(r.Name());
-        }
+        for (size_t pair = r.Below(3); pair > 0; --pair)
+            link.sourceColumns_.push_back(r.Name()), link.destinationColumns_.push_back(r.Name());
         m.viewLinks.push_back(link);
     }
     return m;
