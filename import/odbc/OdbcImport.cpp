@@ -61,14 +61,16 @@ WyString DriverPattern(const WyString& pattern) {
         return pattern;
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
-        wchar_t c = pattern[i];
-        if (c == L'\\' && i + 1 < pattern.size()) {
-            c = pattern[++i];
-            if (c < 0x80) {
-                driverPattern += L'\\';
-            }
+        const size_t literal = SearchPatternLiteralAt(pattern, i);
+        const wchar_t c = pattern[i];
+        if (literal != i || c == L'\\') {
+            // Escaped also where the backslash stands for itself: the "_" that may replace the
+            // next character must not become an escaped one.
+            driverPattern += L'\\';
+            driverPattern += pattern[i = literal];
+        } else {
+            driverPattern += c < 0x80 ? c : L'_';
         }
-        driverPattern += c < 0x80 ? c : L'_';
     }
     return driverPattern;
 }
@@ -94,9 +96,10 @@ WyString EscapedName(const WyString& name) {
 WideArg LiteralArgument(const WyString& pattern) {
     WyString literal;
     for (size_t i = 0; i < pattern.size(); ++i) {
+        const size_t escaped = SearchPatternLiteralAt(pattern, i);
         wchar_t c = pattern[i];
-        if (c == L'\\' && i + 1 < pattern.size()) {
-            c = pattern[++i];
+        if (escaped != i) {
+            c = pattern[i = escaped];
         } else if (c == L'%') {
             return WideArg();
         }

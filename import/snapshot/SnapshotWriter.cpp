@@ -2,6 +2,7 @@
 // written, so a source that fails half way leaves the stream untouched rather than truncated.
 #include "import/snapshot/SnapshotWriter.h"
 
+#include "import/SearchPattern.h"
 #include "import/memory/MemoryImport.h"
 #include "import/snapshot/SnapshotFields.h"
 #include "platform/BaseStringUtil.h"
@@ -155,7 +156,10 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
     if (catalogNames.empty())
         catalogNames.push_back(all);
     for (WyString& catalog : catalogNames) {
-        source.PrepareForSchema(catalog, all);
+        // The catalog argument is a search pattern: a name such as "a\\b" or "a_b" must select
+        // its own schemas, not those of "a\b" or "axb".
+        WyString pattern = ExactSearchPattern(catalog);
+        source.PrepareForSchema(pattern, all);
         Drain<MISchema>(source, [&](const MISchema& record) {
             MISchema schema = record;
             if (schema.catalog_.empty())
@@ -183,7 +187,9 @@ void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream
         // A table listed twice (say once per table type) still owns its columns only once.
         if (!walked.insert(name).second)
             continue;
-        source.PrepareForColumn(table.catalog_, table.schema_, table.table_, all);
+        WyString catalog = ExactSearchPattern(table.catalog_), schema = ExactSearchPattern(table.schema_),
+                 tableName = ExactSearchPattern(table.table_);
+        source.PrepareForColumn(catalog, schema, tableName, all);
         Drain<MIColumn>(source, [&](const MIColumn& column) {
             if (!BelongsTo(name, TableName(column.catalog_, column.schema_, column.table_), listed))
                 return;

@@ -1,6 +1,8 @@
-// Reads UDML back into the repository: each statement's head and qualified names are parsed, the
-// rest is skipped token by token. Several texts are written raw by the generator (display names,
-// join names, mapped columns, view links, URIs), so each is delimited by what must follow it.
+// Reads UDML back into the repository: each statement's head and qualified name decide what it
+// declares, the rest (an AS clause or none, properties, whatever else) is skipped token by token up
+// to its ";". Several texts are written raw by the generator (display names, join names, mapped
+// columns, view links, URIs), so each ends only at a quote that what the generator writes next
+// follows.
 // Every scan moves forward only, keeping the reader linear in its input whatever that input is.
 #include "platform/repository/UdmlReader.h"
 
@@ -119,7 +121,7 @@ struct PendingObject {
     QualifiedName name;
 };
 
-enum class EntryEnd { NextColumn, EndOfList };
+enum class EntryEnd { NextColumn, EndOfList, EndOfStatement };
 
 class Reader {
 public:
@@ -229,13 +231,6 @@ private:
             Expected(m_pos, keyword);
     }
 
-    void ExpectChar(char c, const std::string& what) {
-        SkipBlanks();
-        if (Peek(m_pos) != c)
-            Expected(m_pos, what);
-        ++m_pos;
-    }
-
     /// A double-quoted name with inner quotes doubled, from the opening quote at m_pos; appends
     /// the unescaped UTF-8 bytes to `raw`.
     void QuotedName(std::string& raw) {
@@ -253,16 +248,21 @@ private:
         }
     }
 
-    /// A quoted, dot-separated name path of exactly `parts` parts; `last` receives the raw bytes
-    /// of its last part.
-    QualifiedName Path(size_t parts, const char* what, std::string& last) {
-        SkipBlanks();
-        const size_t start = m_pos;
-        QualifiedName name;
+    /// A quoted, dot-separated name path at `at` (blanks before it skipped), of any number of parts;
+    /// `last` receives the raw bytes of its last part. On success `at` is past the path; without a
+    /// quote at the start, false. An unterminated quoted name is a failure.
+    bool TryPath(size_t& at, QualifiedName& name, std::string& last) {
+        const size_t saved = m_pos;
+        m_pos = SkipBlanksFrom(at);
+        name.clear();
         for (;;) {
-            if (Peek(m_pos) != '"')
-                Expected(m_pos,
-                         name.empty() ? std::string("a quoted ") + what + " name" : "a quoted name part");
+            if (Peek(m_pos) != '"') {
+                if (name.empty()) {
+                    m_pos = saved;
+                    return false;
+                }
+                Expected(m_pos, "a quoted name part");
+            }
             last.clear();
             QuotedName(last);
             name.push_back(Wide(last));
@@ -271,25 +271,84 @@ private:
                 break;
             m_pos = SkipBlanksFrom(dot + 1);
         }
-        if (name.size() != parts)
-            Fail(start, std::string("expected a ") + what + " name of " + std::to_string(parts) +
-                            " parts, found " + std::to_string(name.size()));
+        at = m_pos;
+        m_pos = saved;
+        return true;
+    }
+
+    QualifiedName Path(const char* what, std::string& last) {
+        QualifiedName name;
+        size_t at = m_pos;
+        if (!TryPath(at, name, last))
+            Expected(SkipBlanksFrom(m_pos), std::string("a quoted ") + what + " name");
+        m_pos = at;
         return name;
     }
 
-    /// " AS " and the display name, which the generator writes raw: it is the last name part
-    /// itself, so it is matched as such. A display name with doubled quotes is accepted too.
-    void DisplayName(const std::string& last) {
-        ExpectKeyword("AS");
+    /// The statement kinds, by what follows a display name where the generator writes one.
+    enum Kind { kCatalog, kSchema, kTable, kColumn, kKey, kKindCount };
+
+    /// Whether the text after the quote at `quote` continues a statement of `kind` as the
+    /// generator writes it: a ";" where the display name can end the statement, or blanks and a
+    /// word that the generator writes after the display name. `loosely`: a ";", ",", ")", or
+    /// blanks and any word.
+    bool ContinuesAt(size_t quote, Kind kind, bool loosely) const {
+        static const std::vector<const char*> kFollowers[kKindCount] = {
+            {},
+            {"WS"},
+            {"HAVING", "NOT", "NO", "DESCRIPTION", "URI", "PROPERTIES", "WS"},
+            {"EXTERNAL", "TYPE"},
+            {"HAVING"}};
+        const size_t at = SkipBlanksFrom(quote + 1);
+        const char c = Peek(at);
+        if (c == ';')
+            return loosely || kind == kCatalog || kind == kSchema || kind == kTable;
+        if (loosely && (c == ',' || c == ')'))
+            return true;
+        if (at == quote + 1)
+            return false;
+        if (loosely)
+            return IsWordStart(c);
+        for (const char* word : kFollowers[kind]) {
+            if (KeywordAt(at, word) != 0)
+                return true;
+        }
+        return false;
+    }
+
+    /// An optional " AS " with the display name, which the generator writes raw. Wherever the
+    /// generator writes it, it is the last name part itself, so that reading is tried first.
+    /// Otherwise the name ends at the first quote after which the statement continues as the
+    /// generator writes it, or failing that, continues at all.
+    void DisplayName(const std::string& last, Kind kind) {
+        if (!AcceptKeyword("AS"))
+            return;
         SkipBlanks();
         if (Peek(m_pos) != '"')
-            Expected(m_pos, "the display name in '\"'");
-        if (m_text.compare(m_pos + 1, last.size(), last) == 0 && Peek(m_pos + 1 + last.size()) == '"') {
-            m_pos += last.size() + 2;
+            return; // not the generator's shape, skipped with the rest
+        const size_t open = m_pos;
+        if (m_text.compare(open + 1, last.size(), last) == 0 && Peek(open + 1 + last.size()) == '"' &&
+            ContinuesAt(open + 1 + last.size(), kind, true)) {
+            m_pos = open + last.size() + 2;
             return;
         }
+        for (const bool loosely : {false, true}) {
+            // A scan that found no continuation up to the end holds for every later start as
+            // well, which keeps repeated failing scans linear.
+            size_t& noneFrom = m_noContinuationFrom[loosely][kind];
+            if (open + 1 >= noneFrom)
+                continue;
+            for (size_t quote = m_text.find('"', open + 1); quote != std::string::npos;
+                 quote = m_text.find('"', quote + 1)) {
+                if (ContinuesAt(quote, kind, loosely)) {
+                    m_pos = quote + 1;
+                    return;
+                }
+            }
+            noneFrom = open + 1;
+        }
         std::string ignored;
-        QuotedName(ignored);
+        QuotedName(ignored); // lets what follows report where the statement breaks off
     }
 
     // ---- statements ----
@@ -302,35 +361,29 @@ private:
         std::string last;
         SkipBlanks();
         const size_t kindPos = m_pos;
+        auto declares = [&](TypeID type, const char* head, const char* what, Kind kind) {
+            m_head = head;
+            pending.push_back({type, Path(what, last)});
+            DisplayName(last, kind);
+        };
+        bool ended = false;
         if (AcceptKeyword("CATALOG")) {
-            m_head = "DECLARE CATALOG";
-            pending.push_back({kTIDACatalog, Path(2, "catalog", last)});
-            DisplayName(last);
+            declares(kTIDACatalog, "DECLARE CATALOG", "catalog", kCatalog);
         } else if (AcceptKeyword("SCHEMA")) {
-            m_head = "DECLARE SCHEMA";
-            pending.push_back({kTIDASchema, Path(3, "schema", last)});
-            DisplayName(last);
+            declares(kTIDASchema, "DECLARE SCHEMA", "schema", kSchema);
         } else if (AcceptKeyword("TABLE")) {
             if (AcceptKeyword("KEY")) {
-                m_head = "DECLARE TABLE KEY";
-                pending.push_back({kTIDATableKey, Path(5, "table key", last)});
-                DisplayName(last);
+                declares(kTIDATableKey, "DECLARE TABLE KEY", "table key", kKey);
             } else {
-                m_head = "DECLARE TABLE";
-                pending.push_back({kTIDATable, Path(4, "table", last)});
-                DisplayName(last);
+                declares(kTIDATable, "DECLARE TABLE", "table", kTable);
                 if (AcceptKeyword("HAVING"))
-                    ColumnList(pending);
+                    ended = ColumnList(pending);
             }
         } else if (AcceptKeyword("COLUMN")) {
-            m_head = "DECLARE COLUMN";
-            pending.push_back({kTIDAColumn, Path(5, "column", last)});
-            DisplayName(last);
+            declares(kTIDAColumn, "DECLARE COLUMN", "column", kColumn);
         } else if (AcceptKeyword("FOREIGN")) {
             ExpectKeyword("KEY");
-            m_head = "DECLARE FOREIGN KEY";
-            pending.push_back({kTIDAForeignKey, Path(5, "foreign key", last)});
-            DisplayName(last);
+            declares(kTIDAForeignKey, "DECLARE FOREIGN KEY", "foreign key", kKey);
         } else if (AcceptKeyword("JOIN")) {
             m_head = "DECLARE JOIN";
             Join();
@@ -338,108 +391,143 @@ private:
         } else {
             Expected(kindPos, "CATALOG, SCHEMA, TABLE, TABLE KEY, COLUMN, FOREIGN KEY or JOIN after DECLARE");
         }
-        SkipRest(false);
+        if (!ended)
+            SkipRest(false);
         // Declared only once the whole statement has been read, so a failing one leaves no trace.
         for (const PendingObject& object : pending)
             m_gateway.DeclareObject(object.type, object.name);
     }
 
-    void ColumnList(std::vector<PendingObject>& pending) {
-        ExpectChar('(', "'(' after HAVING");
+    /// The column list after HAVING; true when a ";" inside it ended the whole statement (a list
+    /// cut short, as the generator leaves one whose source failed).
+    bool ColumnList(std::vector<PendingObject>& pending) {
+        SkipBlanks();
+        if (Peek(m_pos) != '(')
+            return false; // not a column list: the rest is skipped
+        ++m_pos;
         SkipBlanks();
         if (Peek(m_pos) == ')') {
             ++m_pos;
-            return;
+            return false;
         }
         std::string last;
         for (;;) {
-            pending.push_back({kTIDAColumn, Path(5, "column", last)});
-            DisplayName(last);
-            if (SkipRest(true) == EntryEnd::EndOfList)
-                return;
+            SkipBlanks();
+            if (AtEnd())
+                Expected(m_pos, "';' ending " + Context());
+            pending.push_back({kTIDAColumn, Path("column", last)});
+            DisplayName(last, kColumn);
+            switch (SkipRest(true)) {
+            case EntryEnd::NextColumn:
+                break;
+            case EntryEnd::EndOfList:
+                return false;
+            case EntryEnd::EndOfStatement:
+                return true;
+            }
         }
     }
 
     // DECLARE JOIN "<name>" AS "<name>" EXTERNAL "<external>" ON TABLES (<table>, <table>) ...;
-    // with both names raw. The join name is the text that repeats around AS; the external name
-    // runs to the first '"' that ON TABLES ( follows.
+    // with the three texts raw. The join name is the text that repeats around AS, as the
+    // generator writes it; otherwise it ends at the first quote that AS, EXTERNAL or ON TABLES
+    // follows. The two tables follow the first '" ON TABLES (' after it that holds two table names.
     void Join() {
         SkipBlanks();
         if (Peek(m_pos) != '"')
             Expected(m_pos, "the join name in '\"'");
         const size_t nameStart = m_pos + 1;
+        size_t tablesFrom = 0;
+        size_t nameEnd = RepeatedJoinName(nameStart, tablesFrom);
+        if (nameEnd == std::string::npos) {
+            for (size_t quote = m_text.find('"', nameStart); quote != std::string::npos;
+                 quote = m_text.find('"', quote + 1)) {
+                const size_t at = SkipBlanksFrom(quote + 1);
+                if (at != quote + 1 && (QuoteAfterKeyword(at, "AS") || QuoteAfterKeyword(at, "EXTERNAL") ||
+                                        OnTablesAt(quote) != 0)) {
+                    nameEnd = tablesFrom = quote;
+                    break;
+                }
+            }
+        }
+        if (nameEnd == std::string::npos)
+            Fail(nameStart - 1, "expected the join name in '\"' followed by AS, EXTERNAL or ON TABLES");
+        const WyString name = Wide(m_text.substr(nameStart, nameEnd - nameStart));
+
+        std::string last;
+        QualifiedName first, second;
+        for (size_t quote = m_text.find('"', tablesFrom); quote != std::string::npos;
+             quote = m_text.find('"', quote + 1)) {
+            size_t at = OnTablesAt(quote);
+            if (at == 0 || !TryPath(at, first, last))
+                continue;
+            at = SkipBlanksFrom(at);
+            if (Peek(at) != ',' || !TryPath(++at, second, last))
+                continue;
+            at = SkipBlanksFrom(at);
+            if (Peek(at) != ')')
+                continue;
+            m_pos = at + 1;
+            SkipRest(false);
+            m_gateway.DeclareComplexJoin(name, first, second);
+            return;
+        }
+        Fail(nameStart - 1, "expected ON TABLES (<table>, <table>) after the join's names");
+    }
+
+    /// The end of a join name written twice, as "<name>" AS "<name>" EXTERNAL "...", from its
+    /// first character; `externalStart` receives the offset after the quote that opens the
+    /// external name. npos when the text is not of that shape.
+    size_t RepeatedJoinName(size_t nameStart, size_t& externalStart) {
         PrefixHash hash(m_text, nameStart);
-        size_t nameEnd = std::string::npos, afterEnd = 0;
         for (size_t quote = m_text.find('"', nameStart); quote != std::string::npos;
              quote = m_text.find('"', quote + 1)) {
             // Candidate: the name ends at this quote and is followed by blanks, AS, blanks, '"'.
-            size_t at = SkipBlanksFrom(quote + 1);
-            if (at == quote + 1 || KeywordAt(at, "AS") == 0)
+            const size_t again = QuoteAfterKeyword(SkipBlanksFrom(quote + 1), "AS");
+            if (again == 0 || again == quote + 1)
                 continue;
-            const size_t asEnd = at + 2;
-            at = SkipBlanksFrom(asEnd);
-            if (at == asEnd || Peek(at) != '"')
-                continue;
-            const size_t length = quote - nameStart, again = at + 1;
+            const size_t length = quote - nameStart;
             if (again + length >= m_text.size() || m_text[again + length] != '"')
                 continue;
-            const size_t external = ExternalKeywordAfter(again + length);
-            if (external == 0)
+            const size_t external = QuoteAfterKeyword(SkipBlanksFrom(again + length + 1), "EXTERNAL");
+            if (external == 0 || external == again + length + 1)
                 continue;
             if (!hash.SameHash(nameStart, again, length) ||
                 m_text.compare(again, length, m_text, nameStart, length) != 0)
                 continue;
-            nameEnd = quote;
-            afterEnd = external;
-            break;
+            externalStart = external;
+            return quote;
         }
-        if (nameEnd == std::string::npos)
-            Fail(nameStart - 1, "expected the join name twice, as \"<name>\" AS \"<name>\" EXTERNAL \"...\"");
-        const WyString name = Wide(m_text.substr(nameStart, nameEnd - nameStart));
-
-        // The external name: up to the first '"' followed by ON TABLES (.
-        const size_t externalStart = afterEnd;
-        size_t tables = std::string::npos;
-        for (size_t quote = m_text.find('"', externalStart); quote != std::string::npos;
-             quote = m_text.find('"', quote + 1)) {
-            size_t at = SkipBlanksFrom(quote + 1);
-            if (at == quote + 1 || KeywordAt(at, "ON") == 0)
-                continue;
-            const size_t onEnd = at + 2;
-            at = SkipBlanksFrom(onEnd);
-            if (at == onEnd || KeywordAt(at, "TABLES") == 0)
-                continue;
-            at = SkipBlanksFrom(at + 6);
-            if (Peek(at) != '(')
-                continue;
-            tables = at + 1;
-            break;
-        }
-        if (tables == std::string::npos)
-            Fail(externalStart, "expected the external name followed by '\" ON TABLES ('");
-        m_pos = tables;
-        std::string last;
-        const QualifiedName first = Path(4, "table", last);
-        ExpectChar(',', "',' between the two tables");
-        const QualifiedName second = Path(4, "table", last);
-        ExpectChar(')', "')' after the two tables");
-        SkipRest(false);
-        m_gateway.DeclareComplexJoin(name, first, second);
+        return std::string::npos;
     }
 
-    /// When `quote` is a '"' followed by blanks, EXTERNAL, blanks and '"': the offset after that
-    /// last quote; else 0.
-    size_t ExternalKeywordAfter(size_t quote) const {
-        size_t at = SkipBlanksFrom(quote + 1);
-        if (at == quote + 1 || KeywordAt(at, "EXTERNAL") == 0)
+    /// When `keyword` stands at `at`, followed by blanks and '"': the offset after that quote;
+    /// else 0.
+    size_t QuoteAfterKeyword(size_t at, const char* keyword) const {
+        const size_t length = KeywordAt(at, keyword);
+        if (length == 0)
             return 0;
-        const size_t keywordEnd = at + 8;
-        at = SkipBlanksFrom(keywordEnd);
-        return at != keywordEnd && Peek(at) == '"' ? at + 1 : 0;
+        const size_t quote = SkipBlanksFrom(at + length);
+        return quote != at + length && Peek(quote) == '"' ? quote + 1 : 0;
+    }
+
+    /// When the quote at `quote` is followed by blanks, ON, blanks, TABLES, blanks and '(': the
+    /// offset after the '('; else 0.
+    size_t OnTablesAt(size_t quote) const {
+        size_t at = SkipBlanksFrom(quote + 1);
+        if (at == quote + 1 || KeywordAt(at, "ON") == 0)
+            return 0;
+        const size_t onEnd = at + 2;
+        at = SkipBlanksFrom(onEnd);
+        if (at == onEnd || KeywordAt(at, "TABLES") == 0)
+            return 0;
+        at = SkipBlanksFrom(at + 6);
+        return Peek(at) == '(' ? at + 1 : 0;
     }
 
     /// Skips tokens to the statement's ';' (consumed), or in a column list to the ',' or ')'
-    /// (consumed) that ends the entry.
+    /// (consumed) that ends the entry at its own level, or a ';' that ends the statement there.
+    /// Whatever words come before, DECLARE among them, belong to the skipped rest.
     EntryEnd SkipRest(bool inColumnList) {
         size_t depth = 0;
         const char* word1 = ""; // the last two words, as keywords
@@ -447,27 +535,21 @@ private:
         for (;;) {
             SkipBlanks();
             if (AtEnd())
-                Expected(m_pos, inColumnList ? "',' or ')' in the column list of " + Context()
-                                             : "';' ending " + Context());
+                Expected(m_pos, "';' ending " + Context());
             const size_t at = m_pos;
             const char c = m_text[at];
             const char* word = "";
             if (c == ';') {
-                if (depth != 0 || inColumnList)
-                    Expected(at, depth != 0 ? "')'" : "',' or ')' in the column list of " + Context());
                 ++m_pos;
-                return EntryEnd::EndOfList;
+                return EntryEnd::EndOfStatement;
             } else if (c == '(') {
                 ++depth;
                 ++m_pos;
             } else if (c == ')') {
                 ++m_pos;
-                if (depth == 0) {
-                    if (!inColumnList)
-                        Expected(at, "';' ending " + Context());
+                if (depth == 0 && inColumnList)
                     return EntryEnd::EndOfList;
-                }
-                --depth;
+                depth -= depth != 0;
             } else if (c == ',') {
                 ++m_pos;
                 if (depth == 0 && inColumnList)
@@ -488,9 +570,6 @@ private:
                     QuotedLiteral();
             } else if (IsWordStart(c)) {
                 static const char* const kTracked[] = {"MAPPED", "COLUMN", "MVLINK", "URI", "EXPRESSION"};
-                if (KeywordAt(at, "DECLARE"))
-                    Expected(at, inColumnList ? "',' or ')' in the column list of " + Context()
-                                              : "';' ending " + Context());
                 for (const char* keyword : kTracked) {
                     if (KeywordAt(at, keyword))
                         word = keyword;
@@ -544,22 +623,33 @@ private:
         }
     }
 
-    /// A raw '...' text: it ends at the first quote that blanks and one of `followers` (or, with
-    /// `orSemicolon`, a ';') come after.
+    /// A raw '...' text: it ends at the first quote that blanks and one of `followers` come
+    /// after, or with `orSemicolon`, a ';' that ends the line as the generator writes it, or
+    /// failing that, any ';'.
     void RawLiteral(const char* after, std::initializer_list<const char*> followers, bool orSemicolon) {
         const size_t open = m_pos;
-        for (size_t quote = m_text.find('\'', open + 1); quote != std::string::npos;
-             quote = m_text.find('\'', quote + 1)) {
-            const size_t at = SkipBlanksFrom(quote + 1);
-            bool ends = orSemicolon && Peek(at) == ';';
-            if (at != quote + 1) {
-                for (const char* follower : followers)
-                    ends = ends || KeywordAt(at, follower) != 0;
+        for (const bool loosely : {false, true}) {
+            if (loosely && !orSemicolon)
+                break;
+            if (!loosely && orSemicolon && open + 1 >= m_noLineEndFrom)
+                continue; // no ';' ends a line after here: see below
+            for (size_t quote = m_text.find('\'', open + 1); quote != std::string::npos;
+                 quote = m_text.find('\'', quote + 1)) {
+                const size_t at = SkipBlanksFrom(quote + 1);
+                const char next = Peek(at + 1);
+                bool ends =
+                    orSemicolon && Peek(at) == ';' && (loosely || next == '\n' || at + 1 >= m_text.size());
+                if (at != quote + 1) {
+                    for (const char* follower : followers)
+                        ends = ends || KeywordAt(at, follower) != 0;
+                }
+                if (ends) {
+                    m_pos = quote + 1;
+                    return;
+                }
             }
-            if (ends) {
-                m_pos = quote + 1;
-                return;
-            }
+            if (orSemicolon)
+                m_noLineEndFrom = open + 1; // a later scan from further on finds none either
         }
         Fail(open, std::string("unterminated text after ") + after);
     }
@@ -571,6 +661,12 @@ private:
     size_t m_line = 1, m_linePos = 0; // m_line is the line of offset m_linePos
     std::string m_head;
     size_t m_headLine = 1;
+    // A start after which no raw text is ended by a ';' at the end of a line.
+    size_t m_noLineEndFrom = std::string::npos;
+    // Per strictness and kind, a start from which no quote up to the end continues a statement.
+    size_t m_noContinuationFrom[2][kKindCount] = {
+        {std::string::npos, std::string::npos, std::string::npos, std::string::npos, std::string::npos},
+        {std::string::npos, std::string::npos, std::string::npos, std::string::npos, std::string::npos}};
 };
 
 } // namespace

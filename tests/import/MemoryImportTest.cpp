@@ -1,12 +1,8 @@
-// The in-memory source: which records each preparation selects, in which order, and that the
-// indexed path for per-table requests agrees with a plain scan.
+// The in-memory source: which records each preparation selects, and in which order.
 #include "import/memory/MemoryImport.h"
-#include "import/SearchPattern.h"
 #include "platform/BaseStringUtil.h"
 
 #include <gtest/gtest.h>
-
-#include <random>
 
 namespace {
 
@@ -189,72 +185,6 @@ TEST(MemoryImportTest, PickListsReplaceOnlyForTheirExactNameAndViewLinksNeedPrep
     while (source.Get(link))
         links.push_back(Utf8(link.name_));
     EXPECT_EQ(Names({"First", "Second"}), links);
-}
-
-// Names and patterns drawn from a tiny alphabet that includes the pattern characters, so the
-// indexed selection meets escapes, look-alikes, prefixes and empty names; a plain scan with the
-// same matcher is the model it must agree with, row for row.
-TEST(MemoryImportTest, IndexedSelectionAgreesWithAScan) {
-    std::mt19937 random(20240611);
-    const wchar_t alphabet[] = {L'a', L'b', L'_', L'%', L'\\'};
-    auto randomText = [&](size_t maxLength) {
-        std::uniform_int_distribution<size_t> length(0, maxLength), letter(0, 4);
-        WyString text(length(random), L'a');
-        for (wchar_t& c : text)
-            c = alphabet[letter(random)];
-        return text;
-    };
-    SourceMetadata metadata;
-    for (int row = 0; row < 400; ++row) {
-        metadata.tables.push_back(
-            Table(randomText(1), L"S", randomText(4), row % 3 == 0 ? L"VIEW" : L"SYNONYM"));
-        metadata.columns.push_back(Column(randomText(1), L"S", randomText(4), randomText(2)));
-    }
-    MemoryImport source(Shared(metadata));
-
-    // The rows the scan selects, then the rows the source delivers.
-    auto expectSame = [](const auto& rows, auto selects, auto deliver) {
-        Names expected, delivered;
-        for (const auto& row : rows)
-            if (selects(row))
-                expected.push_back(Dotted({&row.catalog_, &row.table_}));
-        deliver(delivered, rows.size());
-        EXPECT_EQ(expected, delivered);
-        return expected == delivered;
-    };
-    for (int round = 0; round < 1500; ++round) {
-        WyString catalog = round % 4 == 0 ? randomText(1) : WyString();
-        WyString schema = L"S";
-        WyString table = randomText(5);
-        WyString column = round % 2 == 0 ? randomText(2) : WyString();
-        const uint8 types = round % 5 == 0 ? 0x04 : 0;
-        SCOPED_TRACE("table pattern " + testing::PrintToString(table));
-
-        source.PrepareForTable(catalog, schema, table, types);
-        const bool tablesAgree = expectSame(
-            metadata.tables,
-            [&](const MITable& t) {
-                return MatchesSearchPattern(catalog, t.catalog_) && MatchesSearchPattern(table, t.table_) &&
-                       TableTypeSelected(types, t.tableType_);
-            },
-            [&](Names& out, size_t most) {
-                for (MITable record; out.size() <= most && source.Get(record);)
-                    out.push_back(Dotted({&record.catalog_, &record.table_}));
-            });
-        source.PrepareForColumn(catalog, schema, table, column);
-        const bool columnsAgree = expectSame(
-            metadata.columns,
-            [&](const MIColumn& c) {
-                return MatchesSearchPattern(catalog, c.catalog_) && MatchesSearchPattern(table, c.table_) &&
-                       MatchesSearchPattern(column, c.columnName_);
-            },
-            [&](Names& out, size_t most) {
-                for (MIColumn record; out.size() <= most && source.Get(record);)
-                    out.push_back(Dotted({&record.catalog_, &record.table_}));
-            });
-        if (!tablesAgree || !columnsAgree)
-            return;
-    }
 }
 
 // The source remembers the answer of a wildcard pattern for the last name it saw: names that

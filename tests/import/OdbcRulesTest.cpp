@@ -45,15 +45,15 @@ TEST(OdbcRulesTest, UnsignedMustBeAWholeWord) {
 }
 
 TEST(OdbcRulesTest, QuotesCredentialValuesOnlyWhenNeeded) {
-    EXPECT_EQ(QuoteConnectionValue(L"scott"), L"scott");
+    EXPECT_EQ(QuoteConnectionValue(L"ada"), L"ada");
     EXPECT_EQ(QuoteConnectionValue(L"a;b"), L"{a;b}");
     EXPECT_EQ(QuoteConnectionValue(L"x}y"), L"{x}}y}");
     EXPECT_EQ(QuoteConnectionValue(L"{"), L"{{}");
     EXPECT_EQ(QuoteConnectionValue(L"two words"), L"{two words}");
     EXPECT_EQ(QuoteConnectionValue(L"p=w"), L"p=w");
 
-    EXPECT_EQ(AppendCredentials(L"DSN=sales", L"scott", L"t;g}r"), L"DSN=sales;UID=scott;PWD={t;g}}r}");
-    EXPECT_EQ(AppendCredentials(L"DSN=sales;", L"scott", L""), L"DSN=sales;UID=scott");
+    EXPECT_EQ(AppendCredentials(L"DSN=sales", L"ada", L"t;g}r"), L"DSN=sales;UID=ada;PWD={t;g}}r}");
+    EXPECT_EQ(AppendCredentials(L"DSN=sales;", L"ada", L""), L"DSN=sales;UID=ada");
     EXPECT_EQ(AppendCredentials(L"DSN=sales", L"", L"pw"), L"DSN=sales;PWD=pw");
     EXPECT_EQ(AppendCredentials(L"DSN=sales", L"", L""), L"DSN=sales");
 }

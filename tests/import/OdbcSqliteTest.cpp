@@ -220,13 +220,13 @@ void ExpectDiagnostic(const ErrorMessage& error, const std::string& context, con
 
 TEST(OdbcConnectTest, FailuresNameTheSourceAndTheSqlState) {
     OdbcImport source;
-    WyString dsn = L"NoSuchDataSource", user = L"scott", password = L"tiger";
+    WyString dsn = L"NoSuchDataSource", user = L"ada", password = L"lantern";
     try {
         source.OpenConnection(dsn, user, password, false);
         FAIL() << "connected to an unknown data source";
     } catch (const ErrorMessage& error) {
-        ExpectDiagnostic(error, "data source \"NoSuchDataSource\" as user \"scott\"", "IM002");
-        EXPECT_EQ(std::string(error.what()).find("tiger"), std::string::npos);
+        ExpectDiagnostic(error, "data source \"NoSuchDataSource\" as user \"ada\"", "IM002");
+        EXPECT_EQ(std::string(error.what()).find("lantern"), std::string::npos);
     }
 
     WyString connection = L"Driver=/nonexistent/libnodriver.so;Database=x", secret = L"s e;cret";
@@ -234,7 +234,7 @@ TEST(OdbcConnectTest, FailuresNameTheSourceAndTheSqlState) {
         source.OpenConnection(connection, user, secret, false);
         FAIL() << "connected through a missing driver";
     } catch (const ErrorMessage& error) {
-        ExpectDiagnostic(error, "Driver=/nonexistent/libnodriver.so;Database=x;UID=scott;PWD=***",
+        ExpectDiagnostic(error, "Driver=/nonexistent/libnodriver.so;Database=x;UID=ada;PWD=***",
                          "[0-9A-Z]{5}");
         EXPECT_EQ(std::string(error.what()).find("cret"), std::string::npos);
     }

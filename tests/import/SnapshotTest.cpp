@@ -188,17 +188,6 @@ TEST(SnapshotWriteTest, RichFileRecapturesByteForByte) {
     EXPECT_EQ(FileText(path), Capture(*source, source->Metadata().callInterface));
 }
 
-TEST(SnapshotWriteTest, ExampleFileSurvivesARoundTrip) {
-    std::unique_ptr<MemoryImport> source = ReadSnapshotFile(kDataDir + "example-snapshot.json");
-    const std::string first = Capture(*source, source->Metadata().callInterface);
-    const SourceMetadata reread = ParseSnapshot(first, "capture.json");
-    // No column names the example's pick list; it is kept all the same.
-    EXPECT_EQ(1u, reread.pickLists.count(L"PickList Account Type"));
-    EXPECT_EQ(source->Metadata().foreignKeys.size(), reread.foreignKeys.size());
-    MemoryImport again(std::make_shared<const SourceMetadata>(reread));
-    EXPECT_EQ(first, Capture(again, 3));
-}
-
 TEST(SnapshotWriteTest, FreshRecordsAreWrittenWithEveryFieldInFixedOrder) {
     SourceMetadata metadata;
     MITable table;
@@ -210,32 +199,6 @@ TEST(SnapshotWriteTest, FreshRecordsAreWrittenWithEveryFieldInFixedOrder) {
     metadata.columns.push_back(column);
     MemoryImport source(std::make_shared<const SourceMetadata>(metadata));
     EXPECT_EQ(FileText(kDataDir + "minimal-capture.expected.json"), Capture(source, ServerInfo::kCLI_WS));
-}
-
-// Capturing a live source asks for each table's columns with its name as a search pattern; the
-// capture must still give every column to its own table exactly once.
-TEST(SnapshotWriteTest, PatternLookAlikesAndRepeatedTablesAreCapturedOnce) {
-    SourceMetadata metadata;
-    for (const wchar_t* name : {L"A_B", L"AXB", L"A_B"}) {
-        MITable table;
-        table.schema_ = L"S";
-        table.table_ = name;
-        metadata.tables.push_back(table);
-    }
-    for (const wchar_t* name : {L"A_B", L"AXB"}) {
-        MIColumn column;
-        column.schema_ = L"S";
-        column.table_ = name;
-        column.columnName_ = L"id";
-        metadata.columns.push_back(column);
-    }
-    FakeImport source(metadata);
-    const SourceMetadata captured = ParseSnapshot(Capture(source), "capture.json");
-    ASSERT_EQ(3u, captured.tables.size());
-    ASSERT_EQ(2u, captured.columns.size());
-    EXPECT_EQ(L"A_B", captured.columns[0].table_);
-    EXPECT_EQ(L"AXB", captured.columns[1].table_);
-    EXPECT_EQ(2u, source.CallsStartingWith("PrepareForColumn(").size());
 }
 
 TEST(SnapshotWriteTest, FailingSourceWritesNothing) {
