@@ -1,6 +1,7 @@
 // The generator frame: sinks and their record boundaries, quoting of name paths, the request
 // entry's depth rule and error text, and who owns the import source.
 #include "support/FakeImport.h"
+#include "support/SourceBuilder.h"
 #include "support/TestGenerator.h"
 
 #include <gtest/gtest.h>
@@ -200,4 +201,54 @@ TEST(FrameConnection, OwnSourceIsClosedAndDestroyedWithTheGenerator) {
     EXPECT_TRUE(generator.IsConnected());
 }
 
+} // namespace
+
+namespace {
+// The records of a record-table sink, each ended by "|": the boundaries made visible.
+std::string Pieces(const VirtualTable& table) {
+    std::string text;
+    for (const std::string& record : table.Records())
+        text += record + "|";
+    return text;
+}
+
+// A record-table host stores what it receives record by record, so the boundaries are part of the
+// output: every piece is one record, an empty one included, and an absent piece is no record.
+TEST(RecordTable, OneRecordPerPieceOfATableStatementAndOfAJoin) {
+    const TablePath path{L"C", L"S", L"T"};
+    SourceMetadata source;
+    source.tables = {Table(path)};
+    source.columns = {Column(path, L"ID", WyInt4Data, 10, 0), Column(path, L"M", WyVarCharData, 5, 1)};
+    source.columns[1].multiValued = 1; // and no destination field: still an empty piece
+    FakeImport import(source);
+    VirtualTable records;
+    std::unique_ptr<TestGenerator> generator = TestGenerator::Over(&import, nullptr, L"DB");
+    generator->SetOuput(&records);
+    WyString error;
+    ASSERT_TRUE(
+        generator->GenerateUdml(kTIDATable, L"C", L"S", L"T", L"", L"", L"", L"", error, -1, 0xffff, false));
+    const std::string table = "\"|DB|\"|.\"|C|\"|.\"|S|\"|.\"|T|\"|";
+    EXPECT_EQ(
+        "\nDECLARE TABLE |" + table + " AS \"|T|\"|\n HAVING( |\n    |" + table +
+            ".\"|ID|\"| AS \"|ID|\"| TYPE |INT| PRECISION |10| SCALE |0| NOT NULLABLE| VALUE TYPE "
+            "| MAPPED COLUMN '||' | MVLINK '||' | DESCRIPTION |{}|, |\n    |" +
+            table +
+            ".\"|M|\"| AS \"|M|\"| TYPE |VARCHAR| PRECISION |5| SCALE |0| NULLABLE| VALUE TYPE | MANY TO "
+            "MANY | MAPPED COLUMN '||' | MVLINK '||' | DESCRIPTION |{}|\n )|;\n|",
+        Pieces(records));
+
+    // A cardinality without words leaves no piece between ") AS {} " and the end.
+    ARpGateway gateway;
+    for (const wchar_t* name : {L"A", L"B"})
+        gateway.DeclareObject(kTIDATable, QualifiedName{L"DB", L"C", L"S", name});
+    VirtualTable joins;
+    generator->SetOuput(&joins);
+    generator->setRpGateway(&gateway);
+    generator->SetMIViewLinks({MIViewLink{L"L", L"A", L"B", 2, {}, {}}});
+    ASSERT_TRUE(generator->GenerateViewLinks({L"A", L"B"}, {}, {}));
+    EXPECT_EQ("\nDECLARE JOIN \"|A_B|\" AS \"|A_B|\" EXTERNAL \"|L|\" ON TABLES "
+              "(|\"|DB|\"|.\"|C|\"|.\"|S|\"|.\"|B|\"|"
+              ", |\"|DB|\"|.\"|C|\"|.\"|S|\"|.\"|A|\"|) AS {} |;|",
+              Pieces(joins));
+}
 } // namespace
