@@ -162,35 +162,6 @@ TEST(MemoryImportTest, ListingsOfDifferentKindsKeepTheirOwnCursors) {
     EXPECT_FALSE(empty.Get(second));
 }
 
-TEST(MemoryImportTest, PickListsReplaceOnlyForTheirExactNameAndViewLinksNeedPreparing) {
-    SourceMetadata metadata;
-    metadata.pickLists[L"Account Type"] = {{L"Type", L"Value"}, {L"Sub", L"Order"}};
-    metadata.viewLinks.resize(2);
-    metadata.viewLinks[0].name_ = L"First";
-    metadata.viewLinks[1].name_ = L"Second";
-    MemoryImport source(Shared(metadata));
-
-    MIColumn column;
-    column.picklistName = L"Account Type";
-    column.pickListFieldName = {{L"old", L"old"}};
-    source.GetPickList(column);
-    ASSERT_EQ(2u, column.pickListFieldName.size());
-    EXPECT_EQ(L"Order", column.pickListFieldName[1].pickFieldName);
-    column.picklistName = L"account type";
-    column.pickListFieldName = {{L"own", L"pair"}};
-    source.GetPickList(column);
-    ASSERT_EQ(1u, column.pickListFieldName.size());
-    EXPECT_EQ(L"own", column.pickListFieldName[0].fieldName);
-
-    MIViewLink link;
-    EXPECT_FALSE(source.Get(link));
-    source.PrepareForViewLink();
-    Names links;
-    while (source.Get(link))
-        links.push_back(Utf8(link.name_));
-    EXPECT_EQ(Names({"First", "Second"}), links);
-}
-
 // Names and patterns drawn from a tiny alphabet that includes the pattern characters, so the
 // indexed selection meets escapes, look-alikes, prefixes and empty names; a plain scan with the
 // same matcher is the model it must agree with, row for row.
