@@ -1,9 +1,9 @@
 // The in-memory source under the snapshot source: keys by exact names, listings that keep their own
 // cursors, and the indexed selection of tables and columns checked against a plain scan. The walks
 // of whole sources are pinned by the golden texts.
-#include "import/memory/MemoryImport.h"
 #include "import/SearchPattern.h"
-#include "platform/BaseStringUtil.h"
+#include "support/FaultInjectingImport.h"
+#include "support/SourceBuilder.h"
 
 #include <gtest/gtest.h>
 
@@ -13,40 +13,14 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-std::string Utf8(const WyString& text) {
-    std::string out;
-    BaseStringUtil::AppendUtf8(text, out);
-    return out;
-}
-
-MITable Table(const WyString& catalog, const WyString& schema, const WyString& name,
-              const WyString& type = L"TABLE") {
-    MITable table;
-    table.catalog_ = catalog;
-    table.schema_ = schema;
-    table.table_ = name;
+// A table of the given type and a column by its name alone; the shared builders do the rest.
+MITable Typed(const TablePath& path, const WyString& type) {
+    MITable table = Table(path);
     table.tableType_ = type;
     return table;
 }
-
-MIColumn Column(const WyString& catalog, const WyString& schema, const WyString& table,
-                const WyString& name) {
-    MIColumn column;
-    column.catalog_ = catalog;
-    column.schema_ = schema;
-    column.table_ = table;
-    column.columnName_ = name;
-    return column;
-}
-
-MIForeignKey ForeignKey(const WyString& pkTable, const WyString& fkTable, const WyString& name) {
-    MIForeignKey key;
-    key.pkCatalog_ = key.fkCatalog_ = L"C";
-    key.pkSchema_ = key.fkSchema_ = L"S";
-    key.pkTable_ = pkTable;
-    key.fkTable_ = fkTable;
-    key.foreignKeyName_ = name;
-    return key;
+MIColumn Named(const TablePath& path, const WyString& name) {
+    return Column(path, name, WyCharData, 1, 1);
 }
 
 std::shared_ptr<const SourceMetadata> Shared(SourceMetadata metadata) {
@@ -60,20 +34,21 @@ std::shared_ptr<const SourceMetadata> Sample() {
     metadata.catalogs = {MICatalog(), MICatalog()};
     metadata.catalogs[0].catalog_ = L"C";
     metadata.catalogs[1].catalog_ = L"D";
-    metadata.tables = {Table(L"C", L"S", L"A_B"),
-                       Table(L"C", L"S", L"AXB", L"VIEW"),
-                       Table(L"C", L"T", L"A_B"),
-                       Table(L"D", L"S", L"A_B", L"SYSTEM TABLE"),
-                       Table(L"C", L"S", L"Orders", L"SYNONYM"),
-                       Table(L"C", L"S", L"", L"")};
-    metadata.columns = {Column(L"C", L"S", L"A_B", L"id"), Column(L"C", L"S", L"AXB", L"id"),
-                        Column(L"C", L"S", L"A_B", L"name")};
+    metadata.tables = {Table({L"C", L"S", L"A_B"}),
+                       Typed({L"C", L"S", L"AXB"}, L"VIEW"),
+                       Table({L"C", L"T", L"A_B"}),
+                       Typed({L"D", L"S", L"A_B"}, L"SYSTEM TABLE"),
+                       Typed({L"C", L"S", L"Orders"}, L"SYNONYM"),
+                       Typed({L"C", L"S", L""}, L"")};
+    metadata.columns = {Named({L"C", L"S", L"A_B"}, L"id"), Named({L"C", L"S", L"AXB"}, L"id"),
+                        Named({L"C", L"S", L"A_B"}, L"name")};
     metadata.primaryKeys = {{L"C", L"S", L"AXB", L"id", 0, L""},
                             {L"C", L"S", L"A_B", L"id", 0, L""},
                             {L"D", L"S", L"A_B", L"id", 0, L""},
                             {L"C", L"S", L"A_B", L"name", 0, L""}};
-    metadata.foreignKeys = {ForeignKey(L"A_B", L"AXB", L"FK1"), ForeignKey(L"AXB", L"A_B", L"FK2"),
-                            ForeignKey(L"A_B", L"Orders", L"FK3")};
+    metadata.foreignKeys = {ForeignKey({L"C", L"S", L"AXB"}, L"", L"A_B", L"FK1"),
+                            ForeignKey({L"C", L"S", L"A_B"}, L"", L"AXB", L"FK2"),
+                            ForeignKey({L"C", L"S", L"Orders"}, L"", L"A_B", L"FK3")};
     return Shared(metadata);
 }
 
@@ -160,11 +135,10 @@ TEST(MemoryImportTest, IndexedSelectionAgreesWithAScan) {
     };
     SourceMetadata metadata;
     for (int row = 0; row < 400; ++row) {
-        metadata.tables.push_back(Table(randomText(1), L"S", randomText(4),
-                                        row % 3 == 0   ? L"VIEW"
-                                        : row % 3 == 1 ? L"SYNONYM"
-                                                       : L""));
-        metadata.columns.push_back(Column(randomText(1), L"S", randomText(4), randomText(2)));
+        metadata.tables.push_back(Typed({randomText(1), L"S", randomText(4)}, row % 3 == 0   ? L"VIEW"
+                                                                              : row % 3 == 1 ? L"SYNONYM"
+                                                                                             : L""));
+        metadata.columns.push_back(Named({randomText(1), L"S", randomText(4)}, randomText(2)));
     }
     MemoryImport source(Shared(metadata));
 
@@ -218,11 +192,11 @@ TEST(MemoryImportTest, IndexedSelectionAgreesWithAScan) {
 // asked next must not inherit those answers.
 TEST(MemoryImportTest, WildcardAnswersDoNotLingerOverAlternatingNames) {
     SourceMetadata metadata;
-    metadata.columns = {Column(L"wh_1", L"s_a", L"t_1", L"a"),  Column(L"wh_1", L"s_a", L"t_1", L"b"),
-                        Column(L"wh1", L"s_a", L"t_1", L"c"),   Column(L"whX1", L"s_a", L"t_1", L"d"),
-                        Column(L"wh_12", L"s_a", L"t_1", L"e"), Column(L"wh_1", L"sa", L"t_1", L"f"),
-                        Column(L"wh_1", L"sXa", L"t_1", L"g"),  Column(L"wh_1", L"s_a", L"tX1", L"h"),
-                        Column(L"wh_1", L"s_a", L"t_12", L"i"), Column(L"whX1", L"s_a", L"t_1", L"j")};
+    metadata.columns = {Named({L"wh_1", L"s_a", L"t_1"}, L"a"),  Named({L"wh_1", L"s_a", L"t_1"}, L"b"),
+                        Named({L"wh1", L"s_a", L"t_1"}, L"c"),   Named({L"whX1", L"s_a", L"t_1"}, L"d"),
+                        Named({L"wh_12", L"s_a", L"t_1"}, L"e"), Named({L"wh_1", L"sa", L"t_1"}, L"f"),
+                        Named({L"wh_1", L"sXa", L"t_1"}, L"g"),  Named({L"wh_1", L"s_a", L"tX1"}, L"h"),
+                        Named({L"wh_1", L"s_a", L"t_12"}, L"i"), Named({L"whX1", L"s_a", L"t_1"}, L"j")};
     MemoryImport source(Shared(metadata));
     auto columnNames = [&](WyString catalog, WyString schema, WyString table) {
         WyString all = L"%";
