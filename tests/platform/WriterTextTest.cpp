@@ -1,7 +1,8 @@
-// The error-message stack a host pops into its own buffers. The writer library's texts (brace
-// escaping, property clauses, name makers, logic-error reports) are pinned through whole outputs
-// by the golden texts.
+// The error-message stack a host pops into its own buffers, and the stop at a broken precondition. The writer
+// library's texts (brace escaping, property clauses, name makers, logic-error reports) are pinned through
+// whole outputs by the golden texts.
 #include "platform/ErrorMessage.h"
+#include "platform/WyAssert.h"
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,12 @@ TEST(ErrorMessageStack, PopsInOrderAndSplitsLongMessagesWithoutLoss) {
     ErrorMessage withEmpty(L"");
     EXPECT_TRUE(withEmpty.PopErrorMessage(buffer, 1));
     EXPECT_EQ(L'\0', buffer[0]);
+}
+
+// A broken precondition names its place and stops the process instead of writing on.
+TEST(AssertionDeathTest, NamesFileLineAndExpressionAndStops) {
+    EXPECT_DEATH(WyAssert::handleAssert("Gen.cpp", 12, "pImport != nullptr"),
+                 "Gen.cpp:12: assertion failed: pImport != nullptr");
 }
 
 } // namespace
