@@ -1,47 +1,26 @@
-// The in-memory source: which records each preparation selects, and in which order.
-#include "import/memory/MemoryImport.h"
-#include "platform/BaseStringUtil.h"
+// The in-memory source under the snapshot source: keys by exact names, listings that keep their own
+// cursors, and the indexed selection of tables and columns checked against a plain scan. The walks
+// of whole sources are pinned by the golden texts.
+#include "import/SearchPattern.h"
+#include "support/FaultInjectingImport.h"
+#include "support/SourceBuilder.h"
 
 #include <gtest/gtest.h>
+
+#include <random>
 
 namespace {
 
 using Names = std::vector<std::string>;
 
-std::string Utf8(const WyString& text) {
-    std::string out;
-    BaseStringUtil::AppendUtf8(text, out);
-    return out;
-}
-
-MITable Table(const WyString& catalog, const WyString& schema, const WyString& name,
-              const WyString& type = L"TABLE") {
-    MITable table;
-    table.catalog_ = catalog;
-    table.schema_ = schema;
-    table.table_ = name;
+// A table of the given type and a column by its name alone; the shared builders do the rest.
+MITable Typed(const TablePath& path, const WyString& type) {
+    MITable table = Table(path);
     table.tableType_ = type;
     return table;
 }
-
-MIColumn Column(const WyString& catalog, const WyString& schema, const WyString& table,
-                const WyString& name) {
-    MIColumn column;
-    column.catalog_ = catalog;
-    column.schema_ = schema;
-    column.table_ = table;
-    column.columnName_ = name;
-    return column;
-}
-
-MIForeignKey ForeignKey(const WyString& pkTable, const WyString& fkTable, const WyString& name) {
-    MIForeignKey key;
-    key.pkCatalog_ = key.fkCatalog_ = L"C";
-    key.pkSchema_ = key.fkSchema_ = L"S";
-    key.pkTable_ = pkTable;
-    key.fkTable_ = fkTable;
-    key.foreignKeyName_ = name;
-    return key;
+MIColumn Named(const TablePath& path, const WyString& name) {
+    return Column(path, name, WyCharData, 1, 1);
 }
 
 std::shared_ptr<const SourceMetadata> Shared(SourceMetadata metadata) {
@@ -55,20 +34,21 @@ std::shared_ptr<const SourceMetadata> Sample() {
     metadata.catalogs = {MICatalog(), MICatalog()};
     metadata.catalogs[0].catalog_ = L"C";
     metadata.catalogs[1].catalog_ = L"D";
-    metadata.tables = {Table(L"C", L"S", L"A_B"),
-                       Table(L"C", L"S", L"AXB", L"VIEW"),
-                       Table(L"C", L"T", L"A_B"),
-                       Table(L"D", L"S", L"A_B", L"SYSTEM TABLE"),
-                       Table(L"C", L"S", L"Orders", L"SYNONYM"),
-                       Table(L"C", L"S", L"", L"")};
-    metadata.columns = {Column(L"C", L"S", L"A_B", L"id"), Column(L"C", L"S", L"AXB", L"id"),
-                        Column(L"C", L"S", L"A_B", L"name")};
+    metadata.tables = {Table({L"C", L"S", L"A_B"}),
+                       Typed({L"C", L"S", L"AXB"}, L"VIEW"),
+                       Table({L"C", L"T", L"A_B"}),
+                       Typed({L"D", L"S", L"A_B"}, L"SYSTEM TABLE"),
+                       Typed({L"C", L"S", L"Orders"}, L"SYNONYM"),
+                       Typed({L"C", L"S", L""}, L"")};
+    metadata.columns = {Named({L"C", L"S", L"A_B"}, L"id"), Named({L"C", L"S", L"AXB"}, L"id"),
+                        Named({L"C", L"S", L"A_B"}, L"name")};
     metadata.primaryKeys = {{L"C", L"S", L"AXB", L"id", 0, L""},
                             {L"C", L"S", L"A_B", L"id", 0, L""},
                             {L"D", L"S", L"A_B", L"id", 0, L""},
                             {L"C", L"S", L"A_B", L"name", 0, L""}};
-    metadata.foreignKeys = {ForeignKey(L"A_B", L"AXB", L"FK1"), ForeignKey(L"AXB", L"A_B", L"FK2"),
-                            ForeignKey(L"A_B", L"Orders", L"FK3")};
+    metadata.foreignKeys = {ForeignKey({L"C", L"S", L"AXB"}, L"", L"A_B", L"FK1"),
+                            ForeignKey({L"C", L"S", L"A_B"}, L"", L"AXB", L"FK2"),
+                            ForeignKey({L"C", L"S", L"Orders"}, L"", L"A_B", L"FK3")};
     return Shared(metadata);
 }
 
@@ -77,24 +57,6 @@ std::string Dotted(std::initializer_list<const WyString*> parts) {
     for (const WyString* part : parts)
         text += (text.empty() ? "" : ".") + Utf8(*part);
     return text;
-}
-
-Names Tables(MemoryImport& source, WyString catalog, WyString schema, WyString table, uint8 types) {
-    source.PrepareForTable(catalog, schema, table, types);
-    Names names;
-    for (MITable record; source.Get(record);)
-        names.push_back(Dotted({&record.catalog_, &record.schema_, &record.table_}));
-    return names;
-}
-
-TEST(MemoryImportTest, TablesFollowPatternsTypesAndFileOrder) {
-    MemoryImport source(Sample());
-    EXPECT_EQ(Names({"C.S.A_B", "C.S.AXB", "C.T.A_B", "D.S.A_B", "C.S.Orders", "C.S."}),
-              Tables(source, L"", L"", L"", 0));
-    EXPECT_EQ(Names({"C.S.A_B", "C.S.AXB", "C.T.A_B", "C.S."}), Tables(source, L"", L"", L"", 1));
-    EXPECT_EQ(Names({"C.S.A_B", "C.S.AXB", "C.T.A_B", "D.S.A_B"}), Tables(source, L"", L"", L"A_B", 0x03));
-    EXPECT_EQ(Names({"C.S.Orders"}), Tables(source, L"_", L"%", L"Orders", 0x04));
-    EXPECT_EQ(Names(), Tables(source, L"", L"", L"orders", 0));
 }
 
 TEST(MemoryImportTest, KeysTakeExactNamesAndEmptyMeansAll) {
@@ -158,33 +120,71 @@ TEST(MemoryImportTest, ListingsOfDifferentKindsKeepTheirOwnCursors) {
     EXPECT_FALSE(empty.Get(second));
 }
 
-TEST(MemoryImportTest, PickListsReplaceOnlyForTheirExactNameAndViewLinksNeedPreparing) {
+// Names and patterns drawn from a tiny alphabet that includes the pattern characters, so the
+// indexed selection meets escapes, look-alikes, prefixes and empty names; a plain scan with the
+// same matcher is the model it must agree with, row for row.
+TEST(MemoryImportTest, IndexedSelectionAgreesWithAScan) {
+    std::mt19937 random(20240611);
+    const wchar_t alphabet[] = {L'a', L'b', L'_', L'%', L'\\'};
+    auto randomText = [&](size_t maxLength) {
+        std::uniform_int_distribution<size_t> length(0, maxLength), letter(0, 4);
+        WyString text(length(random), L'a');
+        for (wchar_t& c : text)
+            c = alphabet[letter(random)];
+        return text;
+    };
     SourceMetadata metadata;
-    metadata.pickLists[L"Account Type"] = {{L"Type", L"Value"}, {L"Sub", L"Order"}};
-    metadata.viewLinks.resize(2);
-    metadata.viewLinks[0].name_ = L"First";
-    metadata.viewLinks[1].name_ = L"Second";
+    for (int row = 0; row < 400; ++row) {
+        metadata.tables.push_back(Typed({randomText(1), L"S", randomText(4)}, row % 3 == 0   ? L"VIEW"
+                                                                              : row % 3 == 1 ? L"SYNONYM"
+                                                                                             : L""));
+        metadata.columns.push_back(Named({randomText(1), L"S", randomText(4)}, randomText(2)));
+    }
     MemoryImport source(Shared(metadata));
 
-    MIColumn column;
-    column.picklistName = L"Account Type";
-    column.pickListFieldName = {{L"old", L"old"}};
-    source.GetPickList(column);
-    ASSERT_EQ(2u, column.pickListFieldName.size());
-    EXPECT_EQ(L"Order", column.pickListFieldName[1].pickFieldName);
-    column.picklistName = L"account type";
-    column.pickListFieldName = {{L"own", L"pair"}};
-    source.GetPickList(column);
-    ASSERT_EQ(1u, column.pickListFieldName.size());
-    EXPECT_EQ(L"own", column.pickListFieldName[0].fieldName);
+    // The rows the scan selects, then the rows the source delivers.
+    auto expectSame = [](const auto& rows, auto selects, auto deliver) {
+        Names expected, delivered;
+        for (const auto& row : rows)
+            if (selects(row))
+                expected.push_back(Dotted({&row.catalog_, &row.table_}));
+        deliver(delivered, rows.size());
+        EXPECT_EQ(expected, delivered);
+        return expected == delivered;
+    };
+    for (int round = 0; round < 1500; ++round) {
+        WyString catalog = round % 4 == 0 ? randomText(1) : WyString();
+        WyString schema = L"S";
+        WyString table = randomText(5);
+        WyString column = round % 2 == 0 ? randomText(2) : WyString();
+        const uint8 types = round % 5 == 0 ? 0x04 : round % 5 == 1 ? 0x01 : 0;
+        SCOPED_TRACE("table pattern " + testing::PrintToString(table));
 
-    MIViewLink link;
-    EXPECT_FALSE(source.Get(link));
-    source.PrepareForViewLink();
-    Names links;
-    while (source.Get(link))
-        links.push_back(Utf8(link.name_));
-    EXPECT_EQ(Names({"First", "Second"}), links);
+        source.PrepareForTable(catalog, schema, table, types);
+        const bool tablesAgree = expectSame(
+            metadata.tables,
+            [&](const MITable& t) {
+                return MatchesSearchPattern(catalog, t.catalog_) && MatchesSearchPattern(table, t.table_) &&
+                       TableTypeSelected(types, t.tableType_);
+            },
+            [&](Names& out, size_t most) {
+                for (MITable record; out.size() <= most && source.Get(record);)
+                    out.push_back(Dotted({&record.catalog_, &record.table_}));
+            });
+        source.PrepareForColumn(catalog, schema, table, column);
+        const bool columnsAgree = expectSame(
+            metadata.columns,
+            [&](const MIColumn& c) {
+                return MatchesSearchPattern(catalog, c.catalog_) && MatchesSearchPattern(table, c.table_) &&
+                       MatchesSearchPattern(column, c.columnName_);
+            },
+            [&](Names& out, size_t most) {
+                for (MIColumn record; out.size() <= most && source.Get(record);)
+                    out.push_back(Dotted({&record.catalog_, &record.table_}));
+            });
+        if (!tablesAgree || !columnsAgree)
+            return;
+    }
 }
 
 // The source remembers the answer of a wildcard pattern for the last name it saw: names that
@@ -192,11 +192,11 @@ TEST(MemoryImportTest, PickListsReplaceOnlyForTheirExactNameAndViewLinksNeedPrep
 // asked next must not inherit those answers.
 TEST(MemoryImportTest, WildcardAnswersDoNotLingerOverAlternatingNames) {
     SourceMetadata metadata;
-    metadata.columns = {Column(L"wh_1", L"s_a", L"t_1", L"a"),  Column(L"wh_1", L"s_a", L"t_1", L"b"),
-                        Column(L"wh1", L"s_a", L"t_1", L"c"),   Column(L"whX1", L"s_a", L"t_1", L"d"),
-                        Column(L"wh_12", L"s_a", L"t_1", L"e"), Column(L"wh_1", L"sa", L"t_1", L"f"),
-                        Column(L"wh_1", L"sXa", L"t_1", L"g"),  Column(L"wh_1", L"s_a", L"tX1", L"h"),
-                        Column(L"wh_1", L"s_a", L"t_12", L"i"), Column(L"whX1", L"s_a", L"t_1", L"j")};
+    metadata.columns = {Named({L"wh_1", L"s_a", L"t_1"}, L"a"),  Named({L"wh_1", L"s_a", L"t_1"}, L"b"),
+                        Named({L"wh1", L"s_a", L"t_1"}, L"c"),   Named({L"whX1", L"s_a", L"t_1"}, L"d"),
+                        Named({L"wh_12", L"s_a", L"t_1"}, L"e"), Named({L"wh_1", L"sa", L"t_1"}, L"f"),
+                        Named({L"wh_1", L"sXa", L"t_1"}, L"g"),  Named({L"wh_1", L"s_a", L"tX1"}, L"h"),
+                        Named({L"wh_1", L"s_a", L"t_12"}, L"i"), Named({L"whX1", L"s_a", L"t_1"}, L"j")};
     MemoryImport source(Shared(metadata));
     auto columnNames = [&](WyString catalog, WyString schema, WyString table) {
         WyString all = L"%";

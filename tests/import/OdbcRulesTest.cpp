@@ -4,24 +4,13 @@
 
 #include <gtest/gtest.h>
 
-TEST(OdbcRulesTest, MapsEveryOdbcTypeCode) {
-    struct Case {
-        int code;
-        WyDataType type;
-    };
-    const Case cases[] = {
-        {1, WyCharData},       {-8, WyCharData},          {-11, WyCharData},        {12, WyVarCharData},
-        {-9, WyVarCharData},   {-1, WyLongVarCharData},   {-10, WyLongVarCharData}, {-2, WyBinaryData},
-        {-3, WyVarBinaryData}, {-4, WyLongVarBinaryData}, {-7, WyBitData},          {-6, WyInt1Data},
-        {5, WyInt2Data},       {4, WyInt4Data},           {-5, WyNumericData},      {2, WyNumericData},
-        {3, WyDecimalData},    {7, WyFloatData},          {6, WyDoubleData},        {8, WyDoubleData},
-        {91, WyDateData},      {9, WyDateData},           {92, WyTimeData},         {10, WyTimeData},
-        {93, WyTimeStampData}, {11, WyTimeStampData},     {101, WyIntervalData},    {113, WyIntervalData},
-        {100, WyUnknown},      {114, WyUnknown},          {0, WyUnknown},           {-150, WyUnknown},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(MapOdbcDataType(c.code, L"X"), c.type) << "ODBC type " << c.code;
-    }
+TEST(OdbcRulesTest, MapsTypeCodesAndUnsignedIntegers) {
+    // The codes whose mapping is not the obvious one; the common ones show in the SQLite tests.
+    EXPECT_EQ(MapOdbcDataType(-9, L"X"), WyVarCharData);   // wide texts are texts
+    EXPECT_EQ(MapOdbcDataType(-5, L"X"), WyNumericData);   // BIGINT has no 64-bit type here
+    EXPECT_EQ(MapOdbcDataType(11, L"X"), WyTimeStampData); // the ODBC 2 date-time codes
+    EXPECT_EQ(MapOdbcDataType(113, L"X"), WyIntervalData);
+    EXPECT_EQ(MapOdbcDataType(114, L"X"), WyUnknown);
     EXPECT_EQ(MapOdbcDataType(-6, L"tinyint unsigned"), WyUInt1Data);
     EXPECT_EQ(MapOdbcDataType(5, L"SMALLINT UNSIGNED"), WyUInt2Data);
     EXPECT_EQ(MapOdbcDataType(4, L"int(10) unsigned"), WyUInt4Data);

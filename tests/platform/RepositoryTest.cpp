@@ -1,5 +1,6 @@
-// The in-memory repository: identity of declared objects, exact name lookups, typed references
-// and finding the join between two tables.
+// The in-memory repository: identity of declared objects, exact name lookups and finding the join
+// between two tables. Database properties and typed references are reached through the golden
+// texts of view links restricted by module.
 #include "platform/repository/ARpGateway.h"
 
 #include <gtest/gtest.h>
@@ -49,30 +50,6 @@ TEST(Gateway, DeclaringAgainKeepsOneObjectAndLookupsAreExact) {
     gateway.DeclareObject(kTIDACatalog, {L"Other", L"C"});
     gateway.FindObjects(FirstParts(L"Sales DB"), ids);
     EXPECT_EQ((VoidIDVector{1, 2, 3}), ids);
-}
-
-TEST(Gateway, ReferencesResolveOnlyToExistingObjectsOfTheirType) {
-    ARpGateway gateway;
-    const VoidID dbId = gateway.DeclareDatabase(L"DB").GetId();
-    const VoidID tableId = gateway.DeclareObject(kTIDATable, {L"DB", L"", L"S", L"T"});
-    EXPECT_TRUE(gateway.GetObjectRef(0).IsNull());
-    EXPECT_TRUE(gateway.GetObjectRef(tableId + 1).IsNull());
-    EXPECT_EQ(nullptr, gateway.GetObject(77));
-
-    Ref<ADatabase> db = RefHelper::AddRef<ADatabase>(gateway.GetObjectRef(dbId));
-    ASSERT_FALSE(db.IsNull());
-    RefHelper::GetObjectPointerFromGatway(db)->PropertyCategories()[L"MOD"].SetProperty(L"V1", L"x");
-    DatabasePropertiesTableMap categories;
-    gateway.DeclareDatabase(L"DB").GetDatabaseProperties(categories);
-    WyString value = L"stale";
-    EXPECT_TRUE(categories[L"MOD"].GetProperty(L"V1", value));
-    EXPECT_EQ(L"x", value);
-    EXPECT_FALSE(categories[L"MOD"].GetProperty(L"V2", value));
-    EXPECT_EQ(L"", value);
-
-    EXPECT_TRUE(RefHelper::AddRef<ADatabase>(gateway.GetObjectRef(tableId)).IsNull());
-    RefHelper::ReleaseRef(db);
-    EXPECT_TRUE(db.IsNull());
 }
 
 TEST(Gateway, ComplexJoinsBelongToTheFirstTablesDatabaseAndAreFoundInEitherOrder) {

@@ -1,5 +1,5 @@
-// Conversions, case rules, splitting, replacement and number text of the string utilities: the
-// places where a hand-written converter or a locale slip would corrupt names.
+// Conversions and case rules of the string utilities: the places where a hand-written converter
+// or a locale slip would corrupt names.
 #include "platform/BaseStringUtil.h"
 
 #include <gtest/gtest.h>
@@ -35,6 +35,13 @@ TEST(Utf8Conversion, EncodesEveryLengthAndRoundTrips) {
     const WyString edges = {0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFF, 0x10000, 0x10FFFF};
     EXPECT_EQ(edges, FromUtf8(BaseStringUtil::StringToStdString(edges, kUtf8)));
     EXPECT_EQ(L"", BaseStringUtil::StringFrom(static_cast<const char*>(nullptr), kUtf8));
+
+    // Code units that are no Unicode scalar value become U+FFFD.
+    const WyString bad = {L'a', static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000),
+                          static_cast<wchar_t>(-1), L'b'};
+    EXPECT_EQ("a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"
+              "b",
+              BaseStringUtil::StringToStdString(bad, kUtf8));
 }
 
 // The converters widen and narrow ASCII in fixed-size steps: runs of every length near the step
@@ -60,18 +67,6 @@ TEST(Utf8Conversion, LongAsciiRunsAroundOtherCharactersRoundTripAndAppend) {
     const std::string illFormed = ascii + "\xFF" + ascii;
     BaseStringUtil::AppendFromUtf8(illFormed.data(), illFormed.size(), widened);
     EXPECT_EQ(L"head:" + WyString(200, L'x') + L"\uFFFD" + WyString(200, L'x'), widened);
-}
-
-TEST(Utf8Conversion, NonScalarCodeUnitsBecomeReplacementCharacters) {
-    const WyString bad = {L'a',
-                          static_cast<wchar_t>(0xD800),
-                          static_cast<wchar_t>(0xDFFF),
-                          static_cast<wchar_t>(0x110000),
-                          static_cast<wchar_t>(-1),
-                          L'b'};
-    EXPECT_EQ("a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"
-              "b",
-              BaseStringUtil::StringToStdString(bad, kUtf8));
 }
 
 TEST(Utf8Conversion, IllFormedInputGivesOneReplacementPerMaximalSubpart) {
@@ -134,28 +129,6 @@ TEST(CaseRules, CompareAndOrderByLowerCasedUnits) {
     EXPECT_TRUE(BaseStringUtil::CaseInsensitiveFindPatternAtStart(L"\u00C9cole normale", L"\u00E9COLE"));
     EXPECT_FALSE(BaseStringUtil::CaseInsensitiveFindPatternAtStart(L"ab", L"abc"));
     EXPECT_TRUE(BaseStringUtil::CaseInsensitiveFindPatternAtStart(L"ab", L""));
-}
-
-TEST(Tokenize, KeepsEmptyPiecesAndTrimsNothing) {
-    auto split = [](const WyString& text, const WyString& delimiters) {
-        WyStringVector out{L"kept"};
-        BaseStringUtil::Tokenize(text, delimiters, out, false, false);
-        out.erase(out.begin());
-        return out;
-    };
-    EXPECT_EQ((WyStringVector{L"a", L"", L"b"}), split(L"a,,b", L","));
-    EXPECT_EQ((WyStringVector{L" a ", L" b"}), split(L" a , b", L","));
-    EXPECT_EQ((WyStringVector{L"x", L"y", L"z"}), split(L"x;y,z", L",;"));
-    EXPECT_EQ((WyStringVector{L"", L""}), split(L",", L","));
-    EXPECT_TRUE(split(L"", L",").empty());
-}
-
-TEST(ReplacePattern, ReplacesLeftToRightWithoutOverlap) {
-    EXPECT_EQ(L"Order \"\"Lines\"\"",
-              BaseStringUtil::ReplacePatternInString(L"Order \"Lines\"", L"\"", L"\"\""));
-    EXPECT_EQ(L"xa", BaseStringUtil::ReplacePatternInString(L"aaa", L"aa", L"x"));
-    EXPECT_EQ(L"abc", BaseStringUtil::ReplacePatternInString(L"abc", L"", L"x"));
-    EXPECT_EQ(L"bcbc", BaseStringUtil::ReplacePatternInString(L"aa", L"a", L"bc"));
 }
 
 } // namespace

@@ -48,59 +48,92 @@ public:
 
     void OpenConnection(WyString& source, WyString& user, WyString& password, bool flag) override;
     void CloseConnection() override;
-    void SetTargetType(TargetType type) override;
-    void GetDefaultCatalog(WyString& catalog) override;
-    void PrepareForCatalog(WyString& catalog) override;
-    void PrepareForSchema(WyString& catalog, WyString& schema) override;
-    void PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) override;
-    void PrepareForColumn(WyString& catalog, WyString& schema, WyString& table, WyString& column) override;
-    void PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) override;
-    void PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, WyString& pkTable, WyString& fkCatalog,
-                              WyString& fkSchema, WyString& fkTable) override;
-    void PrepareForStatistics(WyString& catalog, WyString& schema, WyString& table, IndexType index,
-                              FrequencyAccuracy accuracy) override;
-    void PrepareForWSInputParametersUpdate(WyString& a, WyString& b, WyString& c, WyString& d,
-                                           WyString& e) override;
-    bool Get(MICatalog& record) override;
-    bool Get(MISchema& record) override;
-    bool Get(MITable& record) override;
-    bool Get(MIColumn& record) override;
-    bool Get(MIPrimaryKey& record) override;
-    bool Get(MIForeignKey& record) override;
-    bool Get(MIStatistics& record) override;
-    bool GetFeatures(SUFeaturesTable& features, TargetType& targetType) override;
-    bool Get(MISynonym& record) override;
-    void PrepareForAllSynonyms() override;
-    void PrepareForUserInfo() override;
-    void PrepareForRoleInfo() override;
-    void PrepareForTablePrivileges(const WyString& catalog, const WyString& schema,
-                                   const WyString& table) override;
-    void PrepareForColumnPrivileges(const WyString& catalog, const WyString& schema, const WyString& table,
-                                    const WyString& column) override;
-    void PrepareForExecutionTimes(WyString text) override;
-    bool Get(MIUserInfo& record) override;
-    bool Get(MIRoleInfo& record) override;
-    bool Get(MITablePrivileges& record) override;
-    bool Get(MIColumnPrivileges& record) override;
-    bool Get(MIExecutionTimes& record) override;
-    bool GetIsTavrinMetadata() override;
-    WyString GetAppID() override;
-    WyString GetServiceBean() override;
-    WyString GetJavahostServiceName() override;
-    WyString GetHost() override;
-    WyString GetPort() override;
-    WyStringPairVector GetConfigParams() override;
-    void SetConnectParameters(const WyString& a, const WyString& b, const WyString& c, const WyString& d,
-                              const WyString& e, CLIType cliType) override;
-    void SetTavrinEAI() override;
-    bool GetTavrinEAI() override;
-    void GetPickList(MIColumn& column) override;
-    void PrepareForViewLink() override;
-    void PrepareForAMProperties() override;
-    bool Get(MIViewLink& record) override;
-    bool Get(MIAMProperty& record) override;
-    void SetConnectParameters(CLIType cliType, WyStringPairVector& params) override;
-    void GetTargetDBType(TargetType& type) override;
+
+// Each forwarder logs the call as "Name(arg,...)" (or "Get(Record)") and then reaches the wrapped
+// source, unless an armed fault fires first.
+#define UDML_FORWARD(Result, Name, Params, Logged, Args)                                                     \
+    Result Name Params override {                                                                            \
+        Enter(#Name, std::vector<WyString> Logged);                                                          \
+        return m_inner.Name Args;                                                                            \
+    }
+#define UDML_FORWARD_GET(Record)                                                                             \
+    bool Get(Record& record) override {                                                                      \
+        Enter("Get(" #Record ")");                                                                           \
+        return m_inner.Get(record);                                                                          \
+    }
+    UDML_FORWARD(void, SetTargetType, (TargetType type), ({Number(type)}), (type))
+    UDML_FORWARD(void, GetDefaultCatalog, (WyString & catalog), ({}), (catalog))
+    UDML_FORWARD(void, PrepareForCatalog, (WyString & catalog), ({catalog}), (catalog))
+    UDML_FORWARD(void, PrepareForSchema, (WyString & catalog, WyString& schema), ({catalog, schema}),
+                 (catalog, schema))
+    UDML_FORWARD(void, PrepareForTable, (WyString & catalog, WyString& schema, WyString& table, uint8 types),
+                 ({catalog, schema, table, Number(types)}), (catalog, schema, table, types))
+    UDML_FORWARD(void, PrepareForColumn,
+                 (WyString & catalog, WyString& schema, WyString& table, WyString& column),
+                 ({catalog, schema, table, column}), (catalog, schema, table, column))
+    UDML_FORWARD(void, PrepareForPrimaryKey, (WyString & catalog, WyString& schema, WyString& table),
+                 ({catalog, schema, table}), (catalog, schema, table))
+    UDML_FORWARD(void, PrepareForForeignKey,
+                 (WyString & pkCatalog, WyString& pkSchema, WyString& pkTable, WyString& fkCatalog,
+                  WyString& fkSchema, WyString& fkTable),
+                 ({pkCatalog, pkSchema, pkTable, fkCatalog, fkSchema, fkTable}),
+                 (pkCatalog, pkSchema, pkTable, fkCatalog, fkSchema, fkTable))
+    UDML_FORWARD(void, PrepareForStatistics,
+                 (WyString & catalog, WyString& schema, WyString& table, IndexType index,
+                  FrequencyAccuracy accuracy),
+                 ({catalog, schema, table}), (catalog, schema, table, index, accuracy))
+    UDML_FORWARD(void, PrepareForWSInputParametersUpdate,
+                 (WyString & a, WyString& b, WyString& c, WyString& d, WyString& e), ({a, b, c, d, e}),
+                 (a, b, c, d, e))
+    UDML_FORWARD(bool, GetFeatures, (SUFeaturesTable & features, TargetType& targetType), ({}),
+                 (features, targetType))
+    UDML_FORWARD(void, PrepareForAllSynonyms, (), ({}), ())
+    UDML_FORWARD(void, PrepareForUserInfo, (), ({}), ())
+    UDML_FORWARD(void, PrepareForRoleInfo, (), ({}), ())
+    UDML_FORWARD(void, PrepareForTablePrivileges,
+                 (const WyString& catalog, const WyString& schema, const WyString& table),
+                 ({catalog, schema, table}), (catalog, schema, table))
+    UDML_FORWARD(void, PrepareForColumnPrivileges,
+                 (const WyString& catalog, const WyString& schema, const WyString& table,
+                  const WyString& column),
+                 ({catalog, schema, table, column}), (catalog, schema, table, column))
+    UDML_FORWARD(void, PrepareForExecutionTimes, (WyString text), ({text}), (text))
+    UDML_FORWARD(bool, GetIsTavrinMetadata, (), ({}), ())
+    UDML_FORWARD(WyString, GetAppID, (), ({}), ())
+    UDML_FORWARD(WyString, GetServiceBean, (), ({}), ())
+    UDML_FORWARD(WyString, GetJavahostServiceName, (), ({}), ())
+    UDML_FORWARD(WyString, GetHost, (), ({}), ())
+    UDML_FORWARD(WyString, GetPort, (), ({}), ())
+    UDML_FORWARD(WyStringPairVector, GetConfigParams, (), ({}), ())
+    UDML_FORWARD(void, SetConnectParameters,
+                 (const WyString& a, const WyString& b, const WyString& c, const WyString& d,
+                  const WyString& e, CLIType cliType),
+                 ({a, b, c, d, e}), (a, b, c, d, e, cliType))
+    UDML_FORWARD(void, SetConnectParameters, (CLIType cliType, WyStringPairVector& params), ({}),
+                 (cliType, params))
+    UDML_FORWARD(void, SetTavrinEAI, (), ({}), ())
+    UDML_FORWARD(bool, GetTavrinEAI, (), ({}), ())
+    UDML_FORWARD(void, GetPickList, (MIColumn & column), ({column.columnName_}), (column))
+    UDML_FORWARD(void, PrepareForViewLink, (), ({}), ())
+    UDML_FORWARD(void, PrepareForAMProperties, (), ({}), ())
+    UDML_FORWARD(void, GetTargetDBType, (TargetType & type), ({}), (type))
+    UDML_FORWARD_GET(MICatalog)
+    UDML_FORWARD_GET(MISchema)
+    UDML_FORWARD_GET(MITable)
+    UDML_FORWARD_GET(MIColumn)
+    UDML_FORWARD_GET(MIPrimaryKey)
+    UDML_FORWARD_GET(MIForeignKey)
+    UDML_FORWARD_GET(MIStatistics)
+    UDML_FORWARD_GET(MISynonym)
+    UDML_FORWARD_GET(MIUserInfo)
+    UDML_FORWARD_GET(MIRoleInfo)
+    UDML_FORWARD_GET(MITablePrivileges)
+    UDML_FORWARD_GET(MIColumnPrivileges)
+    UDML_FORWARD_GET(MIExecutionTimes)
+    UDML_FORWARD_GET(MIViewLink)
+    UDML_FORWARD_GET(MIAMProperty)
+#undef UDML_FORWARD
+#undef UDML_FORWARD_GET
 
 private:
     struct Fault {
@@ -109,8 +142,10 @@ private:
         std::vector<WyString> messages;
         bool otherException;
     };
-    /// Logs the call and raises the first armed fault whose count this call completes.
+    /// Logs the call and raises the first armed fault whose count this call completes; a `name`
+    /// that ends in ")" is logged as it is.
     void Enter(const std::string& name, const std::vector<WyString>& args = {});
+    static WyString Number(int value);
 
     MIMetaDataImport& m_inner;
     std::vector<std::string> m_calls;

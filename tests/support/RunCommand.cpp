@@ -30,7 +30,11 @@ std::string ReadWholeFile(const std::string& path) {
 }
 
 std::string ScratchPath(const std::string& name) {
-    const std::string folder = std::string(UDML_BINARY_DIR) + "/test-scratch";
+    // A folder per test process: CTest runs the cases of one suite as parallel processes, and a
+    // shared file name would let one case read what another is writing.
+    const std::string parent = std::string(UDML_BINARY_DIR) + "/test-scratch";
+    const std::string folder = parent + "/" + std::to_string(getpid());
+    mkdir(parent.c_str(), 0755);
     mkdir(folder.c_str(), 0755);
     return folder + "/" + name;
 }

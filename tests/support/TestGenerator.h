@@ -1,4 +1,5 @@
-// The generator with its protected writers, output operations and fields opened for tests.
+// The generator with the few protected members that tests of the frame and of failures need:
+// the output operations, the batch entry, and the fields a host cannot read otherwise.
 #pragma once
 
 #include "SMUOdbcGenerator.h"
@@ -9,55 +10,21 @@ class TestGenerator : public CUdmlGenerator {
 public:
     using CUdmlGenerator::CUdmlGenerator;
 
-    using CUdmlGenerator::ConstructTableUDML;
-    using CUdmlGenerator::correctPickList;
-    using CUdmlGenerator::GenCatalogUdmlStatement;
-    using CUdmlGenerator::GenerateCatalogUdml;
-    using CUdmlGenerator::GenerateColumnInfoUdml;
-    using CUdmlGenerator::GenerateColumnUdml;
-    using CUdmlGenerator::GenerateDatabaseUdml;
-    using CUdmlGenerator::GenerateForeignKeyTailUdml;
-    using CUdmlGenerator::GenerateForeignKeyUdml;
     using CUdmlGenerator::GenerateQualifiedUdml;
     using CUdmlGenerator::GenerateQualifiedUDMLStr;
-    using CUdmlGenerator::GenerateSchemaUdml;
-    using CUdmlGenerator::GenerateTableColumnUdml;
-    using CUdmlGenerator::GenerateTableKeyUdml;
     using CUdmlGenerator::GenerateTableUdml;
-    using CUdmlGenerator::InitializeTableMetadataMap;
     using CUdmlGenerator::OutputCString;
-    using CUdmlGenerator::OutputQualifiedWyString;
     using CUdmlGenerator::OutputWyString;
 
     using CUdmlGenerator::m_bAbort;
-    using CUdmlGenerator::m_bAutoClean;
-    using CUdmlGenerator::m_bUseExistingStructs;
-    using CUdmlGenerator::m_callInterfaceType;
-    using CUdmlGenerator::m_checkColumnVector;
     using CUdmlGenerator::m_fGenerate;
-    using CUdmlGenerator::m_importedMIColumn;
-    using CUdmlGenerator::m_importedMITablePrimaryKeys;
-    using CUdmlGenerator::m_importedMIViewLinks;
-    using CUdmlGenerator::m_importedTableColumns;
     using CUdmlGenerator::m_importedZelTableNames;
-    using CUdmlGenerator::m_metadataEFFCodeMap;
-    using CUdmlGenerator::m_metadataMap;
     using CUdmlGenerator::m_nDepth;
-    using CUdmlGenerator::m_nDepthLimit;
     using CUdmlGenerator::m_nOutputType;
-    using CUdmlGenerator::m_parrayForeignKeys;
-    using CUdmlGenerator::m_pImport;
-    using CUdmlGenerator::m_pRpGateway;
     using CUdmlGenerator::m_pstrOutput;
-    using CUdmlGenerator::m_pVTable;
-    using CUdmlGenerator::m_strBaseTable;
     using CUdmlGenerator::m_strCatalog;
-    using CUdmlGenerator::m_strColumn;
     using CUdmlGenerator::m_strDatabase;
     using CUdmlGenerator::m_strSchema;
-    using CUdmlGenerator::m_strTable;
-    using CUdmlGenerator::m_strTableURI;
-    using CUdmlGenerator::m_tableType;
 
     /// A generator around `import` (not owned) writing into `output`, with database `database`.
     static std::unique_ptr<TestGenerator> Over(MIMetaDataImport* import, WyString* output,

@@ -217,18 +217,22 @@ void CUdmlGenerator::GenerateColumnInfoUdml(const MIColumn& column) {
         OutputCString(" MANY TO ONE ");
 
     // The mapped column is looked up even without a pick list: a source outside EAI mode may still
-    // deliver the field that maps the column.
-    OutputCString(" MAPPED COLUMN '");
+    // deliver the field that maps the column. It is one piece even when empty, so a record-table
+    // host sees the same records whether or not the column maps onto anything.
+    static const WyString kNoMappedColumn;
+    const WyString* mappedColumn = &kNoMappedColumn;
     if (column.multiValued == 1) {
-        OutputWyString(column.DEST_FLD_NAME);
+        mappedColumn = &column.DEST_FLD_NAME;
     } else {
         for (const MIColumnPickListField& field : column.pickListFieldName) {
             if (BaseStringUtil::IsMatch(field.fieldName, column.columnName_)) {
-                OutputWyString(field.pickFieldName);
+                mappedColumn = &field.pickFieldName;
                 break;
             }
         }
     }
+    OutputCString(" MAPPED COLUMN '");
+    OutputWyString(*mappedColumn);
     OutputCString("' ");
 
     OutputCString(" MVLINK '");

@@ -12,7 +12,7 @@ const wchar_t kGeneratorSourceFile[] = L"server/Metadata/UDMLOdbcGen/Src/SMUOdbc
 const int kViewLinkColumnsLine = 1985;
 const int kForeignKeyBit = 0x0020;
 
-// The repository's words for a join cardinality; the cardinalities it has no words for write none.
+// The repository's words for a join cardinality; null for the cardinalities it has no words for.
 const char* CardinalityWords(uint16 cardinality) {
     switch (cardinality) {
     case k_One_To_One:
@@ -24,7 +24,7 @@ const char* CardinalityWords(uint16 cardinality) {
     case k_Many_To_Many:
         return "MANY TO MANY";
     default:
-        return "";
+        return nullptr;
     }
 }
 } // namespace
@@ -413,7 +413,9 @@ bool CUdmlGenerator::GenerateViewLinks(const WyStringSet& strTablesInCurrDB,
             OutputCString(", ");
             GenerateQualifiedUdml(&m_strDatabase, &m_strCatalog, &m_strSchema, &viewLink.source_, nullptr);
             OutputCString(") AS {} ");
-            OutputCString(CardinalityWords(viewLink.cardinality_));
+            // Absent words are no piece at all: a record-table host gets no empty record here.
+            if (const char* words = CardinalityWords(viewLink.cardinality_))
+                OutputCString(words);
 
             if (viewLink.sourceColumns_.size() != viewLink.destinationColumns_.size()) {
                 // The head is already out; closing the statement without its condition keeps the
