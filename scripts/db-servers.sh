@@ -5,6 +5,10 @@
 #
 # Settings (environment): UDML_DB_DIR (scratch folder, default ${TMPDIR:-/tmp}/udml-db-servers),
 # UDML_PG_PORT (default 55432), UDML_MARIADB_PORT (default 53306).
+#
+# `samples` (after start) loads the public sample schemas of UDML_SAMPLES_DIR (default
+# /work/shared/real-schemas) into databases of their own, named udml_<sample>, and into SQLite
+# files under $UDML_DB_DIR/sqlite; it prints what it loaded and how long it took.
 set -euo pipefail
 
 base=${UDML_DB_DIR:-${TMPDIR:-/tmp}/udml-db-servers}
@@ -184,6 +188,50 @@ stop_mariadb() {
   rm -rf "$my_dir"
 }
 
+samples_dir=${UDML_SAMPLES_DIR:-/work/shared/real-schemas}
+
+# Loads each sample into a fresh database. The dumps create and enter databases of their own
+# names: those lines are dropped so that each lands in udml_<sample>. PostgreSQL samples load as
+# the superuser (they set owners and create extensions); the test account only reads them.
+load_samples() {
+  [ -d "$samples_dir" ] || die "no sample schemas in $samples_dir (set UDML_SAMPLES_DIR)"
+  pg_running || die "PostgreSQL is not running: run db-servers.sh start first"
+  my_ping || die "MariaDB is not running: run db-servers.sh start first"
+  local start=$SECONDS name file
+  for name in pagila chinook northwind adventureworks; do
+    case $name in
+      pagila) file=pagila-schema.sql ;;
+      *) file=$name-pg.sql ;;
+    esac
+    pg_admin_sql <<SQL || die "creating the PostgreSQL database udml_$name failed"
+SET client_min_messages = warning;
+DROP DATABASE IF EXISTS udml_$name;
+CREATE DATABASE udml_$name ENCODING 'UTF8' TEMPLATE template0;
+SQL
+    grep -v -i -E '^(DROP DATABASE|CREATE DATABASE|\\c )' "$samples_dir/$file" |
+      as_pg "$pg_bin/psql" -X -q -v ON_ERROR_STOP=1 -h "$pg_dir" -p "$pg_port" -U postgres -d "udml_$name" \
+        >/dev/null 2>"$base/load-$name.log" || die_with_log "loading $file into PostgreSQL failed" "$base/load-$name.log"
+  done
+  for name in chinook sakila; do
+    {
+      echo "DROP DATABASE IF EXISTS udml_$name; CREATE DATABASE udml_$name; USE udml_$name;"
+      # sakila names its own database in its views.
+      grep -v -i -E '^(DROP (DATABASE|SCHEMA)|CREATE (DATABASE|SCHEMA)|USE )' "$samples_dir/$name-mysql.sql" |
+        sed "s/\b$name\./udml_$name./g"
+    } | mariadb --no-defaults --socket="$my_socket" -uroot >"$base/load-my-$name.log" 2>&1 ||
+      die_with_log "loading $name-mysql.sql into MariaDB failed" "$base/load-my-$name.log"
+  done
+  mkdir -p "$base/sqlite"
+  for name in chinook sakila; do
+    rm -f "$base/sqlite/$name.db"
+    sqlite3 -bail "$base/sqlite/$name.db" <"$samples_dir/$name-sqlite.sql" >"$base/load-sqlite-$name.log" 2>&1 ||
+      die_with_log "loading $name-sqlite.sql into SQLite failed" "$base/load-sqlite-$name.log"
+  done
+  echo "db-servers.sh: loaded the sample schemas in $((SECONDS - start)) s (PostgreSQL udml_pagila," \
+    "udml_chinook, udml_northwind, udml_adventureworks; MariaDB udml_chinook, udml_sakila; SQLite" \
+    "$base/sqlite/chinook.db, sakila.db)"
+}
+
 print_env() {
   local pg_driver my_driver
   pg_driver=$(driver_path odbc-postgresql psqlodbcw.so)
@@ -217,8 +265,11 @@ case "${1:-}" in
   env)
     print_env
     ;;
+  samples)
+    load_samples
+    ;;
   *)
-    echo "usage: db-servers.sh start|stop|env" >&2
+    echo "usage: db-servers.sh start|stop|env|samples" >&2
     exit 2
     ;;
 esac

@@ -6,6 +6,8 @@
 #include "import/SearchPattern.h"
 #include "import/odbc/CatalogRows.h"
 #include "import/odbc/KeyPrefetch.h"
+#include "import/odbc/MariaDbCatalog.h"
+#include "import/odbc/NativeTypes.h"
 #include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
 #include "import/odbc/PostgresCatalog.h"
@@ -59,19 +61,26 @@ bool LocaleLosesNonAscii() {
     return MB_CUR_MAX == 1;
 }
 
+bool EscapesNext(const WyString& pattern, size_t at) {
+    return pattern[at] == L'\\' && at + 1 < pattern.size() &&
+           (pattern[at + 1] == L'%' || pattern[at + 1] == L'_' || pattern[at + 1] == L'\\');
+}
+
+// A search pattern as the driver reads it. A "\" that stands for itself (before any character but
+// "%", "_" and "\", or at the end) is passed doubled: psqlODBC and SQLite3 ODBC read "\\" as one
+// backslash, as they read our patterns; MariaDB Connector/ODBC hands patterns to LIKE, where a
+// single "\" would escape the character after it.
 WyString DriverPattern(const WyString& pattern) {
-    if (!LocaleLosesNonAscii())
-        return pattern;
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
-        if (c == L'\\' && i + 1 < pattern.size()) {
+        if (EscapesNext(pattern, i)) {
+            driverPattern += c;
             c = pattern[++i];
-            if (c < 0x80) {
-                driverPattern += L'\\';
-            }
+        } else if (c == L'\\') {
+            driverPattern += L'\\';
         }
-        driverPattern += c < 0x80 ? c : L'_';
+        driverPattern += c >= 0x80 && LocaleLosesNonAscii() ? L'_' : c;
     }
     return driverPattern;
 }
@@ -98,7 +107,7 @@ WideArg LiteralArgument(const WyString& pattern) {
     WyString literal;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
-        if (c == L'\\' && i + 1 < pattern.size()) {
+        if (EscapesNext(pattern, i)) {
             c = pattern[++i];
         } else if (c == L'%') {
             return WideArg();
@@ -270,6 +279,9 @@ struct OdbcImport::State {
     TableRef foreignPk;
     TableRef foreignFk;
 
+    Dbms dbms = Dbms::Other;
+    SchemaFacts facts; // of the schema (catalog on MariaDB) last met
+
     // Whole-schema reads, and what they answer.
     Dialect dialect = Dialect::Plain;
     bool perTableOnly = false;
@@ -295,6 +307,8 @@ struct OdbcImport::State {
         servedPrimaryKeys.Stop();
         servedForeignKeys.Stop();
         dialect = Dialect::Plain;
+        dbms = Dbms::Other;
+        facts = SchemaFacts();
         connection.Reset();
         environment.Reset();
     }
@@ -370,6 +384,65 @@ struct OdbcImport::State {
         return result;
     }
 
+    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported.
+    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema) {
+        const WyString& key = dbms == Dbms::PostgreSQL ? schema : catalog;
+        if (!facts.loaded || facts.key != key) {
+            facts = SchemaFacts();
+            facts.key = key;
+            if (dbms == Dbms::PostgreSQL) {
+                ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
+            } else {
+                ReadFactsMariaDb(Connection(L"reading column types"), key, facts);
+            }
+            facts.loaded = true;
+        }
+        return facts;
+    }
+
+    // Completes a table the driver reported with what the database knows beyond it.
+    void Complete(MITable& table) {
+        if (dbms == Dbms::PostgreSQL) {
+            const SchemaFacts& known = FactsOf(table.catalog_, table.schema_);
+            const auto relation = known.relations.find(table.table_);
+            table.remarks_ = relation == known.relations.end() ? WyString() : relation->second.remarks;
+        }
+    }
+
+    // Completes a column the driver reported with the database's own type and comment; false when
+    // the row is not a column of a table the source lists (psqlODBC lists index columns too).
+    bool Complete(MIColumn& column) {
+        switch (dbms) {
+        case Dbms::PostgreSQL: {
+            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
+            const auto relation = known.relations.find(column.table_);
+            if (relation == known.relations.end() || !PgListsColumnsOf(relation->second.kind)) {
+                return false;
+            }
+            const auto found = known.columns.find({column.table_, column.columnName_});
+            if (found != known.columns.end()) {
+                RefineType(dbms, found->second.type, column);
+                column.remarks_ = found->second.remarks;
+            }
+            return true;
+        }
+        case Dbms::MariaDB: {
+            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
+            const auto found = known.columns.find({column.table_, column.columnName_});
+            if (found != known.columns.end()) {
+                RefineType(dbms, found->second.type, column);
+            }
+            return true;
+        }
+        case Dbms::SQLite:
+            RefineType(dbms, ParseNativeType(column.typeName_), column);
+            return true;
+        case Dbms::Other:
+            break;
+        }
+        return true;
+    }
+
     bool ColumnWanted(const MIColumn& column) const {
         return PatternAllows(columnTable.catalog, column.catalog_) &&
                PatternAllows(columnTable.schema, column.schema_) &&
@@ -404,8 +477,8 @@ struct OdbcImport::State {
                     const WyString context =
                         L"reading the columns of every table of the schema " + Quoted(schema);
                     keyPrefetch.Start(catalog, schema);
-                    ReadColumnsPostgres(Connection(context), PgLiteral(DriverPattern(schema)), context, cache,
-                                        rows, [&](const TableRef& of, const WyString& name) {
+                    ReadColumnsPostgres(Connection(context), schema, context, cache, rows,
+                                        [&](const TableRef& of, const WyString& name) {
                                             return DriverShape(catalog, of, name);
                                         });
                 } else {
@@ -421,7 +494,7 @@ struct OdbcImport::State {
         columnTable = TableRef{catalog, schema, table};
         columnPattern = column;
         for (MIColumn& record : found) {
-            if (ColumnWanted(record)) {
+            if (ColumnWanted(record) && Complete(record)) {
                 servedColumns.records.push_back(std::move(record));
             }
         }
@@ -436,9 +509,8 @@ struct OdbcImport::State {
         const bool inMemory = cache.PrimaryKey(
             TableRef{catalog, schema, table},
             [&](SchemaRows<MIPrimaryKey>& rows) {
-                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows, cache.pkeyIndexNames)) {
-                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, rows,
-                                            cache.pkeyIndexNames);
+                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows)) {
+                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, WyString(), rows);
                 }
             },
             found);
@@ -466,7 +538,8 @@ struct OdbcImport::State {
             fk,
             [&](SchemaRows<MIForeignKey>& rows) {
                 if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
-                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), fk.schema, rows);
+                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), TableRef(),
+                                            TableRef{WyString(), fk.schema, WyString()}, rows);
                 }
             },
             found);
@@ -522,16 +595,32 @@ WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
     return FromSql(text, units);
 }
 
-// Only where the whole-schema reads were checked against the driver's per-table answers.
-Dialect DetectDialect(SQLHDBC connection) {
+// The DBMS, where the driver is one whose answers the source was checked against.
+Dbms DetectDbms(SQLHDBC connection) {
     const WyString dbms = InfoText(connection, SQL_DBMS_NAME);
     const WyString driver = InfoText(connection, SQL_DRIVER_NAME);
     if (dbms == L"PostgreSQL" && driver.compare(0, 8, L"psqlodbc") == 0) {
-        return Dialect::Postgres;
+        return Dbms::PostgreSQL;
     }
-    if ((dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) ||
-        (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0)) {
+    if (dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) {
+        return Dbms::SQLite;
+    }
+    if (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0) {
+        return Dbms::MariaDB;
+    }
+    return Dbms::Other;
+}
+
+// Only where the whole-schema reads were checked against the driver's per-table answers.
+Dialect WholeSchemaDialect(Dbms dbms) {
+    switch (dbms) {
+    case Dbms::PostgreSQL:
+        return Dialect::Postgres;
+    case Dbms::SQLite:
+    case Dbms::MariaDB:
         return Dialect::WholeSchema;
+    case Dbms::Other:
+        break;
     }
     return Dialect::Plain;
 }
@@ -570,7 +659,8 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
     try {
         Connect(state.environment, state.connection, target, context);
         state.connected = true;
-        state.dialect = state.perTableOnly ? Dialect::Plain : DetectDialect(state.connection.Get());
+        state.dbms = DetectDbms(state.connection.Get());
+        state.dialect = state.perTableOnly ? Dialect::Plain : WholeSchemaDialect(state.dbms);
         if (state.dialect == Dialect::Postgres) {
             state.keyPrefetch.Configure(target);
         }
@@ -671,6 +761,19 @@ void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
         return;
     }
     state.keyTable = TableRef{catalog, schema, table};
+    if (state.dbms == Dbms::PostgreSQL) {
+        SchemaRows<MIPrimaryKey> rows;
+        ReadPrimaryKeysPostgres(state.Connection(L"reading primary keys"), schema, table, rows);
+        state.primaryKeys.Stop();
+        state.servedPrimaryKeys.Start();
+        rows.ForTables(WyString(), false,
+                       [&](const WyString&, const WyString&, const WyString&, const MIPrimaryKey& key) {
+                           if (state.PrimaryKeyWanted(key)) {
+                               state.servedPrimaryKeys.records.push_back(key);
+                           }
+                       });
+        return;
+    }
     if (!table.empty()) {
         const WyString context = L"reading the primary key of " + NamePath({&catalog, &schema, &table});
         listing.Start(state.Connection(context), context);
@@ -722,6 +825,19 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
     }
     state.foreignPk = pk;
     state.foreignFk = TableRef{fkCatalog, fkSchema, fkTable};
+    if (state.dbms == Dbms::PostgreSQL) {
+        SchemaRows<MIForeignKey> rows;
+        ReadForeignKeysPostgres(state.Connection(L"reading foreign keys"), pk, state.foreignFk, rows);
+        listing.Stop();
+        state.servedForeignKeys.Start();
+        rows.ForTables(WyString(), false,
+                       [&](const WyString&, const WyString&, const WyString&, const MIForeignKey& key) {
+                           if (state.ForeignKeyWanted(key)) {
+                               state.servedForeignKeys.records.push_back(key);
+                           }
+                       });
+        return;
+    }
     if (!pkTable.empty() || !fkTable.empty()) {
         const WyString context = describe(state.foreignFk, pk);
         listing.Start(state.Connection(context), context);
@@ -794,6 +910,7 @@ bool OdbcImport::Get(MITable& record) {
             !MatchesSearchPattern(wanted.table, table.table_)) {
             continue;
         }
+        state.Complete(table);
         record = std::move(table);
         return true;
     }
@@ -813,7 +930,7 @@ bool OdbcImport::Get(MIColumn& record) {
         ColumnShape shape;
         ColumnRow(row, table, cached, shape);
         MIColumn column = MakeColumn(table, cached, shape);
-        if (!state.ColumnWanted(column)) {
+        if (!state.ColumnWanted(column) || !state.Complete(column)) {
             continue;
         }
         record = std::move(column);

@@ -47,8 +47,9 @@ void Walk(const Map& names, const WyString& pattern, size_t pos, WyString prefix
             }
             return;
         }
-        if (c == L'\\' && pos + 1 < pattern.size()) {
-            c = pattern[++pos];
+        if (c == L'\\' && pos + 1 < pattern.size() &&
+            (pattern[pos + 1] == L'%' || pattern[pos + 1] == L'_' || pattern[pos + 1] == L'\\')) {
+            c = pattern[++pos]; // "\" escapes only these; before anything else it is itself
         }
         prefix += c;
         ++pos;
@@ -61,7 +62,7 @@ void Walk(const Map& names, const WyString& pattern, size_t pos, WyString prefix
 
 } // namespace schema_rows_detail
 
-/// The names in `names` that the search pattern `pattern` matches ("%", "_", "\" escapes,
+/// The names in `names` that the search pattern `pattern` matches ("%", "_", "\" escaping those and itself,
 /// case-sensitive; the empty pattern matches every name), in ascending order. Only the names that
 /// can match are visited, so a pattern without "%" costs a few look-ups, not a scan.
 template <typename Value>
