@@ -198,7 +198,8 @@ load_samples() {
   [ -d "$samples_dir" ] || die "no sample schemas in $samples_dir (set UDML_SAMPLES_DIR)"
   pg_running || die "PostgreSQL is not running: run db-servers.sh start first"
   my_ping || die "MariaDB is not running: run db-servers.sh start first"
-  if [ -f "$base/samples.loaded" ]; then
+  # Each server's folder goes with the server, so the markers say what this server run holds.
+  if [ -f "$pg_dir/samples.loaded" ] && [ -f "$my_dir/samples.loaded" ]; then
     return 0
   fi
   local start=$SECONDS name file
@@ -236,7 +237,7 @@ SQL
     sqlite3 -bail "$base/sqlite/$name.db" <"$samples_dir/$name-sqlite.sql" >"$base/load-sqlite-$name.log" 2>&1 ||
       die_with_log "loading $name-sqlite.sql into SQLite failed" "$base/load-sqlite-$name.log"
   done
-  touch "$base/samples.loaded"
+  touch "$pg_dir/samples.loaded" "$my_dir/samples.loaded"
   echo "db-servers.sh: loaded the sample schemas in $((SECONDS - start)) s (PostgreSQL udml_pagila," \
     "udml_chinook, udml_northwind, udml_adventureworks; MariaDB sample_chinook, sample_sakila as" \
     "udml_sample; SQLite $base/sqlite/chinook.db, sakila.db)"
@@ -272,6 +273,7 @@ case "${1:-}" in
   stop)
     stop_pg
     stop_mariadb
+    rm -rf "$base/sqlite" "$base"/load-*.log
     rmdir "$base" 2>/dev/null || true
     ;;
   env)
