@@ -41,7 +41,7 @@
 // NOTE: SQLite3 ODBC derives DATA_TYPE from the declared type name: CHAR(n) and DECIMAL(p,s) come
 //       back as SQL_VARCHAR, NUMERIC(p,s) and REAL as SQL_DOUBLE, a view's computed column as
 //       SQL_VARCHAR with an empty TYPE_NAME; COLUMN_SIZE of DECIMAL(10,2) is 2; DECIMAL_DIGITS is
-//       10 and NUM_PREC_RADIX 0 for every column. They are passed on as reported.
+//       10 and NUM_PREC_RADIX 0 for every column. NativeTypes maps the declared types instead.
 // NOTE: SQLite3 ODBC lists no system tables: the types 'SYSTEM TABLE','SYSTEM VIEW' select nothing.
 // NOTE: SQLite3 ODBC compares the table name of SQLPrimaryKeys and SQLForeignKeys ignoring case
 //       and echoes the name as given ("ORDER_LINES" yields the keys of order_lines, so named).
@@ -137,7 +137,7 @@ public:
     }
     void Stop() noexcept {
         if (m_statement.Get() != SQL_NULL_HANDLE) {
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
         }
         m_open = false;
         m_tables.clear();
@@ -161,7 +161,7 @@ public:
         if (!SQL_SUCCEEDED(rc)) {
             // Only the cursor is closed here: this may run inside m_runFor, which must outlive it.
             ErrorMessage error = OdbcError(m_context, SQL_HANDLE_STMT, m_statement.Get(), rc);
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
             m_open = false;
             throw error;
         }
@@ -179,7 +179,7 @@ public:
     bool Fetch() {
         for (;;) {
             if (m_open) {
-                const SQLRETURN rc = SQLFetch(m_statement.Get());
+                const SQLRETURN rc = odbc::Fetch(m_statement.Get());
                 if (SQL_SUCCEEDED(rc)) {
                     return true;
                 }
@@ -189,7 +189,7 @@ public:
                     Stop();
                     throw error;
                 }
-                SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+                CloseCursor(m_statement.Get());
                 m_open = false;
             }
             if (!m_runFor || m_nextTable >= m_tables.size()) {
@@ -303,7 +303,7 @@ struct OdbcImport::State {
             listing->Free();
         }
         if (connected) {
-            SQLDisconnect(connection.Get());
+            Disconnect(connection.Get());
             connected = false;
         }
         cache.Clear();
@@ -338,10 +338,7 @@ struct OdbcImport::State {
         WideArg all(L"%");
         RunCatalogCall(
             Connection(context), context,
-            [&](SQLHSTMT statement) {
-                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), all.Data(), all.Length(), all.Data(), all.Length());
-            },
+            [&](SQLHSTMT statement) { return Columns(statement, catalogArg, schemaArg, all, all); },
             [&](Row& row) {
                 TableRef table;
                 CachedColumn column;
@@ -364,9 +361,7 @@ struct OdbcImport::State {
         RunCatalogCall(
             Connection(context), context,
             [&](SQLHSTMT statement) {
-                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), tableArg.Data(), tableArg.Length(), columnArg.Data(),
-                                   columnArg.Length());
+                return Columns(statement, catalogArg, schemaArg, tableArg, columnArg);
             },
             [&](Row& row) {
                 TableRef of;
@@ -611,13 +606,11 @@ struct OdbcImport::State {
                                     const WyString& context) {
         WideArg catalogArg = NullIfEmpty(catalog);
         WideArg schemaArg = NullIfEmpty(schema);
+        WideArg any;
         std::vector<TableRef> found;
         RunCatalogCall(
             Connection(context), context,
-            [&](SQLHSTMT statement) {
-                return SQLTablesW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
-            },
+            [&](SQLHSTMT statement) { return Tables(statement, catalogArg, schemaArg, any, any); },
             [&](Row& row) {
                 const MITable table = TableRow(row);
                 // The schema argument of SQLTables is a pattern; these names are exact.
@@ -631,17 +624,6 @@ struct OdbcImport::State {
 };
 
 namespace {
-
-WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
-    SQLWCHAR text[256] = {};
-    SQLSMALLINT length = 0;
-    if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
-        return WyString();
-    }
-    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
-                                  sizeof text / sizeof text[0] - 1);
-    return FromSql(text, units);
-}
 
 // The DBMS, where the driver is one whose answers the source was checked against.
 Dbms DetectDbms(SQLHDBC connection) {
@@ -734,8 +716,8 @@ void OdbcImport::PrepareForCatalog(WyString& catalog) {
     // The special request needs empty (not NULL) schema and table names.
     WideArg all(L"%"); // SQL_ALL_CATALOGS
     WideArg none(L"");
-    state.catalogs.Opened(SQLTablesW(state.catalogs.Statement(), all.Data(), all.Length(), none.Data(), 0,
-                                     none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.catalogs.Opened(Tables(state.catalogs.Statement(), all, none, none, any));
 }
 
 void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
@@ -749,8 +731,8 @@ void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
     state.schemasSeen.clear();
     WideArg all(L"%"); // SQL_ALL_SCHEMAS
     WideArg none(L"");
-    state.schemas.Opened(SQLTablesW(state.schemas.Statement(), none.Data(), 0, all.Data(), all.Length(),
-                                    none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.schemas.Opened(Tables(state.schemas.Statement(), none, all, none, any));
 }
 
 void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
@@ -766,9 +748,7 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg typesArg = NullIfEmpty(TableTypeList(tableType));
     state.servedTables.Stop();
-    state.tables.Opened(SQLTablesW(state.tables.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                   schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                   typesArg.Data(), typesArg.Length()));
+    state.tables.Opened(Tables(state.tables.Statement(), catalogArg, schemaArg, tableArg, typesArg));
     if (state.dbms == Dbms::MariaDB) {
         state.ServeTablesInFixedOrder();
     }
@@ -790,9 +770,7 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     WideArg schemaArg = PatternArgument(state.dbms, schema);
     WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg columnArg = PatternArgument(state.dbms, column);
-    state.columns.Opened(SQLColumnsW(state.columns.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                     schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                     columnArg.Data(), columnArg.Length()));
+    state.columns.Opened(Columns(state.columns.Statement(), catalogArg, schemaArg, tableArg, columnArg));
 }
 
 void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
@@ -804,9 +782,7 @@ void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
         WideArg catalogArg = NullIfEmpty(of.catalog);
         WideArg schemaArg = NullIfEmpty(of.schema);
         WideArg tableArg(of.table);
-        listing.Opened(SQLPrimaryKeysW(listing.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                       schemaArg.Data(), schemaArg.Length(), tableArg.Data(),
-                                       tableArg.Length()));
+        listing.Opened(PrimaryKeys(listing.Statement(), catalogArg, schemaArg, tableArg));
     };
     state.servedPrimaryKeys.Stop();
     if (state.PrimaryKeyFromMemory(catalog, schema, table)) {
@@ -865,11 +841,8 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
         WideArg fkCatalogArg = NullIfEmpty(fk.catalog);
         WideArg fkSchemaArg = NullIfEmpty(fk.schema);
         WideArg fkTableArg = NullIfEmpty(fk.table);
-        listing.Opened(SQLForeignKeysW(listing.Statement(), pkCatalogArg.Data(), pkCatalogArg.Length(),
-                                       pkSchemaArg.Data(), pkSchemaArg.Length(), pkTableArg.Data(),
-                                       pkTableArg.Length(), fkCatalogArg.Data(), fkCatalogArg.Length(),
-                                       fkSchemaArg.Data(), fkSchemaArg.Length(), fkTableArg.Data(),
-                                       fkTableArg.Length()));
+        listing.Opened(ForeignKeys(listing.Statement(), pkCatalogArg, pkSchemaArg, pkTableArg, fkCatalogArg,
+                                   fkSchemaArg, fkTableArg));
     };
     state.servedForeignKeys.Stop();
     if (state.ForeignKeysFromMemory(pk, TableRef{fkCatalog, fkSchema, fkTable})) {
