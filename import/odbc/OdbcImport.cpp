@@ -283,7 +283,8 @@ struct OdbcImport::State {
     TableRef foreignFk;
 
     Dbms dbms = Dbms::Other;
-    SchemaFacts facts; // of the schema (catalog on MariaDB) last met
+    SchemaFacts facts;            // of the schema (catalog on MariaDB) last met
+    size_t listingGeneration = 0; // counts the table and column listings begun
 
     // Whole-schema reads, and what they answer.
     Dialect dialect = Dialect::Plain;
@@ -384,12 +385,15 @@ struct OdbcImport::State {
         return result;
     }
 
-    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported.
-    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema) {
+    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported. With
+    // `fresh`, facts read before the current listing began are read again: the row may be of an
+    // object made since.
+    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema, bool fresh = false) {
         const WyString& key = dbms == Dbms::PostgreSQL ? schema : catalog;
-        if (!facts.loaded || facts.key != key) {
+        if (!facts.loaded || facts.key != key || (fresh && facts.generation != listingGeneration)) {
             facts = SchemaFacts();
             facts.key = key;
+            facts.generation = listingGeneration;
             if (dbms == Dbms::PostgreSQL) {
                 ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
             } else {
@@ -403,9 +407,13 @@ struct OdbcImport::State {
     // Completes a table the driver reported with what the database knows beyond it.
     void Complete(MITable& table) {
         if (dbms == Dbms::PostgreSQL) {
-            const SchemaFacts& known = FactsOf(table.catalog_, table.schema_);
-            const auto relation = known.relations.find(table.table_);
-            table.remarks_ = relation == known.relations.end() ? WyString() : relation->second.remarks;
+            const SchemaFacts* known = &FactsOf(table.catalog_, table.schema_);
+            auto relation = known->relations.find(table.table_);
+            if (relation == known->relations.end()) {
+                known = &FactsOf(table.catalog_, table.schema_, true);
+                relation = known->relations.find(table.table_);
+            }
+            table.remarks_ = relation == known->relations.end() ? WyString() : relation->second.remarks;
         }
     }
 
@@ -414,22 +422,30 @@ struct OdbcImport::State {
     bool Complete(MIColumn& column) {
         switch (dbms) {
         case Dbms::PostgreSQL: {
-            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
-            const auto relation = known.relations.find(column.table_);
-            if (relation == known.relations.end() || !PgListsColumnsOf(relation->second.kind)) {
+            const SchemaFacts* known = &FactsOf(column.catalog_, column.schema_);
+            auto found = known->columns.find({column.table_, column.columnName_});
+            if (found == known->columns.end()) {
+                known = &FactsOf(column.catalog_, column.schema_, true);
+                found = known->columns.find({column.table_, column.columnName_});
+            }
+            const auto relation = known->relations.find(column.table_);
+            if (relation == known->relations.end() || !PgListsColumnsOf(relation->second.kind)) {
                 return false;
             }
-            const auto found = known.columns.find({column.table_, column.columnName_});
-            if (found != known.columns.end()) {
+            if (found != known->columns.end()) {
                 RefineType(dbms, found->second.type, column);
                 column.remarks_ = found->second.remarks;
             }
             return true;
         }
         case Dbms::MariaDB: {
-            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
-            const auto found = known.columns.find({column.table_, column.columnName_});
-            if (found != known.columns.end()) {
+            const SchemaFacts* known = &FactsOf(column.catalog_, column.schema_);
+            auto found = known->columns.find({column.table_, column.columnName_});
+            if (found == known->columns.end()) {
+                known = &FactsOf(column.catalog_, column.schema_, true);
+                found = known->columns.find({column.table_, column.columnName_});
+            }
+            if (found != known->columns.end()) {
                 RefineType(dbms, found->second.type, column);
             }
             return true;
@@ -741,6 +757,7 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     const WyString context = L"reading the tables" + (where.empty() ? WyString() : L" of " + where) +
                              (table.empty() ? WyString() : L" named like " + Quoted(table));
     state.tables.Start(state.Connection(context), context);
+    ++state.listingGeneration;
     state.tablePattern = TableRef{catalog, schema, table};
     state.tableSelector = tableType;
     WideArg catalogArg = PatternArgument(state.dbms, catalog);
@@ -760,6 +777,7 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     const WyString context = L"reading the columns of " + (where.empty() ? WyString(L"every table") : where) +
                              (column.empty() ? WyString() : L" named like " + Quoted(column));
     state.servedColumns.Stop();
+    ++state.listingGeneration;
     if (state.ColumnsFromMemory(catalog, schema, table, column)) {
         return;
     }
