@@ -4,11 +4,17 @@
 #include "import/odbc/OdbcImport.h"
 
 #include "import/SearchPattern.h"
+#include "import/odbc/CatalogRows.h"
+#include "import/odbc/KeyPrefetch.h"
+#include "import/odbc/MariaDbCatalog.h"
+#include "import/odbc/NativeTypes.h"
 #include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
 #include "import/odbc/PostgresCatalog.h"
 #include "import/odbc/SchemaRows.h"
 #include "import/odbc/Utf16.h"
+#include "import/odbc/WholeSchemaCache.h"
+#include "platform/BaseStringUtil.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -35,7 +41,7 @@
 // NOTE: SQLite3 ODBC derives DATA_TYPE from the declared type name: CHAR(n) and DECIMAL(p,s) come
 //       back as SQL_VARCHAR, NUMERIC(p,s) and REAL as SQL_DOUBLE, a view's computed column as
 //       SQL_VARCHAR with an empty TYPE_NAME; COLUMN_SIZE of DECIMAL(10,2) is 2; DECIMAL_DIGITS is
-//       10 and NUM_PREC_RADIX 0 for every column. They are passed on as reported.
+//       10 and NUM_PREC_RADIX 0 for every column. NativeTypes maps the declared types instead.
 // NOTE: SQLite3 ODBC lists no system tables: the types 'SYSTEM TABLE','SYSTEM VIEW' select nothing.
 // NOTE: SQLite3 ODBC compares the table name of SQLPrimaryKeys and SQLForeignKeys ignoring case
 //       and echoes the name as given ("ORDER_LINES" yields the keys of order_lines, so named).
@@ -56,26 +62,33 @@ bool LocaleLosesNonAscii() {
     return MB_CUR_MAX == 1;
 }
 
-WyString DriverPattern(const WyString& pattern) {
-    if (!LocaleLosesNonAscii())
-        return pattern;
+bool EscapesNext(const WyString& pattern, size_t at) {
+    return pattern[at] == L'\\' && at + 1 < pattern.size() &&
+           (pattern[at + 1] == L'%' || pattern[at + 1] == L'_' || pattern[at + 1] == L'\\');
+}
+
+// A search pattern as the driver of `dbms` reads it. psqlODBC and SQLite3 ODBC take "\\" as an
+// escape only before "%", "_" and "\\", as our patterns do; MariaDB Connector/ODBC hands patterns to
+// LIKE, where "\\" escapes any character, so a backslash that stands for itself is doubled there.
+// Characters beyond the Basic Multilingual Plane become "_": SQLite3 ODBC (narrow entry points)
+// finds nothing for them (unixODBC 2.3.11); the listing applies the whole pattern afterwards.
+WyString DriverPattern(Dbms dbms, const WyString& pattern) {
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
-        const size_t literal = SearchPatternLiteralAt(pattern, i);
-        const wchar_t c = pattern[i];
-        if (literal != i || c == L'\\') {
-            // Escaped also where the backslash stands for itself: the "_" that may replace the
-            // next character must not become an escaped one.
+        wchar_t c = pattern[i];
+        if (EscapesNext(pattern, i)) {
+            driverPattern += c;
+            c = pattern[++i];
+        } else if (c == L'\\' && dbms == Dbms::MariaDB) {
             driverPattern += L'\\';
-            driverPattern += pattern[i = literal];
-        } else {
-            driverPattern += c < 0x80 ? c : L'_';
         }
+        const bool lost = (c >= 0x80 && LocaleLosesNonAscii()) || static_cast<uint32_t>(c) > 0xFFFF;
+        driverPattern += lost ? L'_' : c;
     }
     return driverPattern;
 }
-WideArg PatternArgument(const WyString& pattern) {
-    return NullIfEmpty(DriverPattern(pattern));
+WideArg PatternArgument(Dbms dbms, const WyString& pattern) {
+    return NullIfEmpty(DriverPattern(dbms, pattern));
 }
 
 // The search pattern that matches exactly `name`.
@@ -96,10 +109,9 @@ WyString EscapedName(const WyString& name) {
 WideArg LiteralArgument(const WyString& pattern) {
     WyString literal;
     for (size_t i = 0; i < pattern.size(); ++i) {
-        const size_t escaped = SearchPatternLiteralAt(pattern, i);
         wchar_t c = pattern[i];
-        if (escaped != i) {
-            c = pattern[i = escaped];
+        if (EscapesNext(pattern, i)) {
+            c = pattern[++i];
         } else if (c == L'%') {
             return WideArg();
         }
@@ -110,12 +122,6 @@ WideArg LiteralArgument(const WyString& pattern) {
     }
     return NullIfEmpty(literal);
 }
-
-struct TableRef {
-    WyString catalog;
-    WyString schema;
-    WyString table;
-};
 
 // One kind of listing with its own statement. A listing may run the catalog function once, or
 // once per table of a list (keys of every table), moving on when a table's rows are used up.
@@ -131,7 +137,7 @@ public:
     }
     void Stop() noexcept {
         if (m_statement.Get() != SQL_NULL_HANDLE) {
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
         }
         m_open = false;
         m_tables.clear();
@@ -155,7 +161,7 @@ public:
         if (!SQL_SUCCEEDED(rc)) {
             // Only the cursor is closed here: this may run inside m_runFor, which must outlive it.
             ErrorMessage error = OdbcError(m_context, SQL_HANDLE_STMT, m_statement.Get(), rc);
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
             m_open = false;
             throw error;
         }
@@ -173,7 +179,7 @@ public:
     bool Fetch() {
         for (;;) {
             if (m_open) {
-                const SQLRETURN rc = SQLFetch(m_statement.Get());
+                const SQLRETURN rc = odbc::Fetch(m_statement.Get());
                 if (SQL_SUCCEEDED(rc)) {
                     return true;
                 }
@@ -183,7 +189,7 @@ public:
                     Stop();
                     throw error;
                 }
-                SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+                CloseCursor(m_statement.Get());
                 m_open = false;
             }
             if (!m_runFor || m_nextTable >= m_tables.size()) {
@@ -248,139 +254,6 @@ enum class Dialect {
     Postgres,    // psqlODBC: pg_catalog queries for columns and keys
 };
 
-// The column values that depend on the column's type rather than on its name, shared by the many
-// columns of one type.
-struct ColumnShape {
-    WyString catalog;
-    int32_t dataType = 0;
-    WyString typeName;
-    uint32 precision = 0;
-    uint32 length = 0;
-    uint16 scale = 0;
-    uint16 radix = 0;
-    uint16 nullable = 0;
-
-    bool operator<(const ColumnShape& other) const {
-        return std::tie(catalog, dataType, typeName, precision, length, scale, radix, nullable) <
-               std::tie(other.catalog, other.dataType, other.typeName, other.precision, other.length,
-                        other.scale, other.radix, other.nullable);
-    }
-};
-
-struct CachedColumn {
-    WyString name;
-    WyString remarks;
-    uint32_t shape = 0;
-};
-
-// One kind's whole-schema rows, with the bookkeeping that decides when to read them; a schema
-// whose read failed is served by the per-table calls from then on. A schema is read on the request
-// for a second table of it, so that a request for one table costs no read of the whole schema.
-template <typename Row> struct BulkCache {
-    SchemaRows<Row> rows;
-    TableRef pending; // catalog and schema of the last request not served from memory
-    bool hasPending = false;
-    TableRef failed;
-    bool hasFailed = false;
-
-    void Clear() {
-        rows = SchemaRows<Row>();
-        hasPending = false;
-        hasFailed = false;
-    }
-
-    // True when the rows of (catalog, schema) are in memory, reading them with `load` when due.
-    template <typename Load>
-    bool Use(const WyString& catalog, const WyString& schema, const WyString& table, size_t& reads,
-             Load load) {
-        if (rows.Holds(catalog, schema)) {
-            return true;
-        }
-        if (rows.IsLoaded()) {
-            rows = SchemaRows<Row>(); // another schema: its rows are no longer wanted
-        }
-        if (hasFailed && failed.catalog == catalog && failed.schema == schema) {
-            return false;
-        }
-        if (!hasPending || pending.catalog != catalog || pending.schema != schema || pending.table == table) {
-            pending = TableRef{catalog, schema, table};
-            hasPending = true;
-            return false;
-        }
-        try {
-            rows.Reset(catalog, schema);
-            load(rows);
-            rows.Loaded();
-            ++reads;
-            return true;
-        } catch (const ErrorMessage&) {
-            // The per-table calls still answer, and report whatever is really wrong.
-            rows = SchemaRows<Row>();
-            failed = TableRef{catalog, schema, WyString()};
-            hasFailed = true;
-            return false;
-        }
-    }
-};
-
-// Records answered from memory, handed out by Get in turn.
-template <typename Record> struct Served {
-    std::vector<Record> records;
-    size_t next = 0;
-    bool active = false;
-
-    void Stop() {
-        records.clear();
-        next = 0;
-        active = false;
-    }
-    void Start() {
-        Stop();
-        active = true;
-    }
-    bool Get(Record& record) {
-        if (next >= records.size()) {
-            return false;
-        }
-        record = std::move(records[next++]);
-        return true;
-    }
-};
-
-// Reads one SQLColumns row (of `statement`) into its parts.
-void ReadColumnRow(Row& row, TableRef& table, CachedColumn& column, ColumnShape& shape) {
-    shape.catalog = row.Text(1); // TABLE_CAT
-    table.catalog = shape.catalog;
-    table.schema = row.Text(2);        // TABLE_SCHEM
-    table.table = row.Text(3);         // TABLE_NAME
-    column.name = row.Text(4);         // COLUMN_NAME
-    shape.dataType = row.Signed(5);    // DATA_TYPE, mapped with TYPE_NAME by MakeColumn
-    shape.typeName = row.Text(6);      // TYPE_NAME
-    shape.precision = row.Unsigned(7); // COLUMN_SIZE
-    shape.length = row.Unsigned(8);    // BUFFER_LENGTH
-    shape.scale = row.Small(9);        // DECIMAL_DIGITS
-    shape.radix = row.Small(10);       // NUM_PREC_RADIX
-    shape.nullable = row.Small(11);    // NULLABLE
-    column.remarks = row.Text(12);     // REMARKS
-}
-
-MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const ColumnShape& shape) {
-    MIColumn column;
-    column.catalog_ = shape.catalog;
-    column.schema_ = table.schema;
-    column.table_ = table.table;
-    column.columnName_ = cached.name;
-    column.dataType_ = MapOdbcDataType(shape.dataType, shape.typeName);
-    column.typeName_ = shape.typeName;
-    column.precision_ = shape.precision;
-    column.length_ = shape.length;
-    column.scale_ = shape.scale;
-    column.radix_ = shape.radix;
-    column.nullable_ = shape.nullable;
-    column.remarks_ = cached.remarks;
-    return column;
-}
-
 } // namespace
 
 struct OdbcImport::State {
@@ -409,20 +282,15 @@ struct OdbcImport::State {
     TableRef foreignPk;
     TableRef foreignFk;
 
+    Dbms dbms = Dbms::Other;
+    SchemaFacts facts;            // of the schema (catalog on MariaDB) last met
+    size_t listingGeneration = 0; // counts the table and column listings begun
+
     // Whole-schema reads, and what they answer.
     Dialect dialect = Dialect::Plain;
     bool perTableOnly = false;
-    size_t bulkReads = 0;
-    BulkCache<CachedColumn> columnCache;
-    std::vector<ColumnShape> shapes;
-    std::map<ColumnShape, uint32_t> shapeIndex;
-    // The driver's shape of each kind of PostgreSQL column met so far (kinds are what the column
-    // query reads), so that the driver is asked about each kind once per connection.
-    std::map<WyString, uint32_t> pgShapeOfKind;
-    std::map<WyString, char> relationsNotRead; // of the schema in columnCache
-    BulkCache<MIPrimaryKey> primaryKeyCache;
-    std::set<WyString> pkeyIndexNames; // of the schema in primaryKeyCache
-    BulkCache<MIForeignKey> foreignKeyCache;
+    WholeSchemaCache cache;
+    Served<MITable> servedTables;
     Served<MIColumn> servedColumns;
     Served<MIPrimaryKey> servedPrimaryKeys;
     Served<MIForeignKey> servedForeignKeys;
@@ -436,21 +304,17 @@ struct OdbcImport::State {
             listing->Free();
         }
         if (connected) {
-            SQLDisconnect(connection.Get());
+            Disconnect(connection.Get());
             connected = false;
         }
-        columnCache.Clear();
-        shapes.clear();
-        shapeIndex.clear();
-        pgShapeOfKind.clear();
-        relationsNotRead.clear();
-        primaryKeyCache.Clear();
-        pkeyIndexNames.clear();
-        foreignKeyCache.Clear();
+        cache.Clear();
+        servedTables.Stop();
         servedColumns.Stop();
         servedPrimaryKeys.Stop();
         servedForeignKeys.Stop();
         dialect = Dialect::Plain;
+        dbms = Dbms::Other;
+        facts = SchemaFacts();
         connection.Reset();
         environment.Reset();
     }
@@ -465,113 +329,177 @@ struct OdbcImport::State {
         return connection.Get();
     }
 
-    uint32_t ShapeOf(const ColumnShape& shape) {
-        const auto found = shapeIndex.emplace(shape, static_cast<uint32_t>(shapes.size()));
-        if (found.second) {
-            shapes.push_back(shape);
-        }
-        return found.first->second;
-    }
-
     // Every column of every table of the catalog and schema (patterns) through one SQLColumns.
     void LoadColumnsWhole(SchemaRows<CachedColumn>& rows, const WyString& catalog, const WyString& schema) {
         const WyString where = NamePath({&catalog, &schema});
         const WyString context =
             L"reading the columns of every table" + (where.empty() ? WyString() : L" of " + where);
-        Handle statement;
-        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
         WideArg catalogArg = LiteralArgument(catalog);
-        WideArg schemaArg = PatternArgument(schema);
+        WideArg schemaArg = PatternArgument(dbms, schema);
         WideArg all(L"%");
-        SQLRETURN rc = SQLColumnsW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), all.Data(), all.Length(), all.Data(), all.Length());
-        if (rc == SQL_NO_DATA) {
-            return;
-        }
-        Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-        while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-            Row row(statement.Get(), context);
-            TableRef table;
-            CachedColumn column;
-            ColumnShape shape;
-            ReadColumnRow(row, table, column, shape);
-            column.shape = ShapeOf(shape);
-            rows.Add(table.catalog, table.schema, table.table, std::move(column));
-        }
-        if (rc != SQL_NO_DATA) {
-            throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
-        }
+        RunCatalogCall(
+            Connection(context), context,
+            [&](SQLHSTMT statement) { return Columns(statement, catalogArg, schemaArg, all, all); },
+            [&](Row& row) {
+                TableRef table;
+                CachedColumn column;
+                ColumnShape shape;
+                ColumnRow(row, table, column, shape);
+                column.shape = cache.shapes.Of(shape);
+                rows.Add(table.catalog, table.schema, table.table, std::move(column));
+            });
     }
 
     // What the driver's SQLColumns says about the one column `column` of `table`.
     ColumnShape DriverShape(const WyString& catalog, const TableRef& table, const WyString& column) {
         const WyString context = L"reading the column " + NamePath({&table.schema, &table.table, &column});
-        Handle statement;
-        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
         WideArg catalogArg = LiteralArgument(catalog);
-        WideArg schemaArg = PatternArgument(EscapedName(table.schema));
-        WideArg tableArg = PatternArgument(EscapedName(table.table));
-        WideArg columnArg = PatternArgument(EscapedName(column));
-        SQLRETURN rc = SQLColumnsW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), tableArg.Data(), tableArg.Length(), columnArg.Data(),
-                                   columnArg.Length());
-        if (rc != SQL_NO_DATA) {
-            Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-            while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-                Row row(statement.Get(), context);
-                TableRef found;
+        WideArg schemaArg = PatternArgument(dbms, EscapedName(table.schema));
+        WideArg tableArg = PatternArgument(dbms, EscapedName(table.table));
+        WideArg columnArg = PatternArgument(dbms, EscapedName(column));
+        bool found = false;
+        ColumnShape result;
+        RunCatalogCall(
+            Connection(context), context,
+            [&](SQLHSTMT statement) {
+                return Columns(statement, catalogArg, schemaArg, tableArg, columnArg);
+            },
+            [&](Row& row) {
+                TableRef of;
                 CachedColumn cached;
                 ColumnShape shape;
-                ReadColumnRow(row, found, cached, shape);
-                if (found.schema == table.schema && found.table == table.table && cached.name == column) {
-                    if (!cached.remarks.empty()) {
-                        // Remarks are the column's own: one column cannot speak for the others.
-                        throw ErrorMessage(context + L": the driver reports remarks");
-                    }
-                    return shape;
+                ColumnRow(row, of, cached, shape);
+                if (found || of.schema != table.schema || of.table != table.table || cached.name != column) {
+                    return;
                 }
-            }
+                if (!cached.remarks.empty()) {
+                    // Remarks are the column's own: one column cannot speak for the others.
+                    throw ErrorMessage(context + L": the driver reports remarks");
+                }
+                result = shape;
+                found = true;
+            });
+        if (!found) {
+            throw ErrorMessage(context + L": the driver does not list the column");
         }
-        throw ErrorMessage(context + L": the driver does not list the column");
+        return result;
     }
 
-    // Every column of the schema from pg_catalog, with what psqlODBC computes from the type taken
-    // from the driver itself, once per distinct kind of column.
-    void LoadColumnsPostgres(SchemaRows<CachedColumn>& rows, const WyString& catalog,
-                             const WyString& schema) {
-        const WyString context = L"reading the columns of every table of the schema " + Quoted(schema);
-        std::map<WyString, uint32_t> kinds;
-        std::vector<std::pair<TableRef, WyString>> representatives;
-        const WyString schemaLike = PgLiteral(DriverPattern(schema));
-        keyPrefetch.Start(catalog, schema);
-        relationsNotRead.clear();
-        RunQuery(Connection(context), PgOtherRelationQuery(schemaLike), context,
-                 [&](Row& row) { relationsNotRead.emplace(row.Text(1), '\0'); });
-        RunPagedPgQuery(Connection(context), PgColumnQuery(schemaLike), context, [&](Row& row) {
-            TableRef table{WyString(), row.Text(1), row.Text(2)};
-            CachedColumn column;
-            column.name = row.Text(3);
-            const auto kind = kinds.emplace(row.Text(4), static_cast<uint32_t>(kinds.size()));
-            if (kind.second) {
-                representatives.emplace_back(table, column.name);
+    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported. With
+    // `fresh`, facts read before the current listing began are read again: the row may be of an
+    // object made since.
+    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema, bool fresh = false) {
+        const WyString& key = dbms == Dbms::PostgreSQL ? schema : catalog;
+        if (!facts.loaded || facts.key != key || (fresh && facts.generation != listingGeneration)) {
+            facts = SchemaFacts();
+            facts.key = key;
+            facts.generation = listingGeneration;
+            if (dbms == Dbms::PostgreSQL) {
+                ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
+            } else {
+                ReadFactsMariaDb(Connection(L"reading column types"), key, facts);
             }
-            column.shape = kind.first->second; // the kind until its shape is known
-            rows.Add(WyString(), table.schema, table.table, std::move(column));
-        });
-        std::vector<uint32_t> shapeOfKind(kinds.size());
-        for (const auto& kind : kinds) {
-            auto known = pgShapeOfKind.find(kind.first);
-            if (known == pgShapeOfKind.end()) {
-                const auto& representative = representatives[kind.second];
-                known =
-                    pgShapeOfKind
-                        .emplace(kind.first,
-                                 ShapeOf(DriverShape(catalog, representative.first, representative.second)))
-                        .first;
-            }
-            shapeOfKind[kind.second] = known->second;
+            facts.loaded = true;
         }
-        rows.ForEachRow([&shapeOfKind](CachedColumn& column) { column.shape = shapeOfKind[column.shape]; });
+        return facts;
+    }
+
+    // Completes a table the driver reported with what the database knows beyond it.
+    void Complete(MITable& table) {
+        if (dbms == Dbms::PostgreSQL) {
+            const SchemaFacts* known = &FactsOf(table.catalog_, table.schema_);
+            auto relation = known->relations.find(table.table_);
+            if (relation == known->relations.end()) {
+                known = &FactsOf(table.catalog_, table.schema_, true);
+                relation = known->relations.find(table.table_);
+            }
+            table.remarks_ = relation == known->relations.end() ? WyString() : relation->second.remarks;
+        }
+    }
+
+    // Completes a column the driver reported with the database's own type and comment; false when
+    // the row is not a column of a table the source lists (psqlODBC lists index columns too).
+    bool Complete(MIColumn& column) {
+        switch (dbms) {
+        case Dbms::PostgreSQL: {
+            const SchemaFacts* known = &FactsOf(column.catalog_, column.schema_);
+            auto found = known->columns.find({column.table_, column.columnName_});
+            if (found == known->columns.end()) {
+                known = &FactsOf(column.catalog_, column.schema_, true);
+                found = known->columns.find({column.table_, column.columnName_});
+            }
+            const auto relation = known->relations.find(column.table_);
+            if (relation == known->relations.end() || !PgListsColumnsOf(relation->second.kind)) {
+                return false;
+            }
+            if (found != known->columns.end()) {
+                RefineType(dbms, found->second.type, column);
+                column.remarks_ = found->second.remarks;
+            }
+            return true;
+        }
+        case Dbms::MariaDB: {
+            const SchemaFacts* known = &FactsOf(column.catalog_, column.schema_);
+            auto found = known->columns.find({column.table_, column.columnName_});
+            if (found == known->columns.end()) {
+                known = &FactsOf(column.catalog_, column.schema_, true);
+                found = known->columns.find({column.table_, column.columnName_});
+            }
+            if (found != known->columns.end()) {
+                RefineType(dbms, found->second.type, column);
+            }
+            return true;
+        }
+        case Dbms::SQLite:
+            RefineType(dbms, ParseNativeType(column.typeName_), column);
+            return true;
+        case Dbms::Other:
+            break;
+        }
+        return true;
+    }
+
+    // The next table of the listing that the request selects.
+    bool NextTable(MITable& record) {
+        while (tables.Fetch()) {
+            Row row(tables.Statement(), tables.Context());
+            MITable table = TableRow(row);
+            if (!TableTypeSelected(tableSelector, table.tableType_) ||
+                !PatternAllows(tablePattern.catalog, table.catalog_) ||
+                !PatternAllows(tablePattern.schema, table.schema_) ||
+                !MatchesSearchPattern(tablePattern.table, table.table_)) {
+                continue;
+            }
+            Complete(table);
+            record = std::move(table);
+            return true;
+        }
+        return false;
+    }
+
+    // MariaDB Connector/ODBC (3.1) orders SQLTables by names compared ignoring case, so tables whose
+    // names differ only in case come in no fixed order; they are put in the order of their exact
+    // names, every other table staying where the driver put it.
+    void ServeTablesInFixedOrder() {
+        servedTables.Start();
+        MITable table;
+        while (NextTable(table)) {
+            servedTables.records.push_back(std::move(table));
+        }
+        auto folded = [](const MITable& t) {
+            return BaseStringUtil::ToLowerCase(t.catalog_ + L'\n' + t.schema_ + L'\n' + t.table_);
+        };
+        std::vector<MITable>& rows = servedTables.records;
+        for (size_t first = 0; first < rows.size();) {
+            size_t end = first + 1;
+            while (end < rows.size() && folded(rows[end]) == folded(rows[first])) {
+                ++end;
+            }
+            std::sort(rows.begin() + static_cast<std::ptrdiff_t>(first),
+                      rows.begin() + static_cast<std::ptrdiff_t>(end),
+                      [](const MITable& a, const MITable& b) { return a.table_ < b.table_; });
+            first = end;
+        }
     }
 
     bool ColumnWanted(const MIColumn& column) const {
@@ -600,30 +528,35 @@ struct OdbcImport::State {
             (dialect == Dialect::Postgres && schema.empty())) {
             return false;
         }
-        const bool inMemory =
-            columnCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<CachedColumn>& rows) {
+        std::vector<MIColumn> found;
+        const bool inMemory = cache.Columns(
+            TableRef{catalog, schema, table},
+            [&](SchemaRows<CachedColumn>& rows) {
                 if (dialect == Dialect::Postgres) {
-                    LoadColumnsPostgres(rows, catalog, schema);
+                    const WyString context =
+                        L"reading the columns of every table of the schema " + Quoted(schema);
+                    keyPrefetch.Start(catalog, schema);
+                    ReadColumnsPostgres(Connection(context), schema, context, cache, rows,
+                                        [&](const TableRef& of, const WyString& name) {
+                                            return DriverShape(catalog, of, name);
+                                        });
                 } else {
                     LoadColumnsWhole(rows, catalog, schema);
                 }
-            });
-        if (!inMemory || !NamesMatching(relationsNotRead, table).empty()) {
+            },
+            found);
+        if (!inMemory) {
             return false;
         }
         columns.Stop();
         servedColumns.Start();
         columnTable = TableRef{catalog, schema, table};
         columnPattern = column;
-        columnCache.rows.ForTables(table, false,
-                                   [this](const WyString&, const WyString& ofSchema, const WyString& ofTable,
-                                          const CachedColumn& cached) {
-                                       MIColumn record = MakeColumn(TableRef{WyString(), ofSchema, ofTable},
-                                                                    cached, shapes[cached.shape]);
-                                       if (ColumnWanted(record)) {
-                                           servedColumns.records.push_back(std::move(record));
-                                       }
-                                   });
+        for (MIColumn& record : found) {
+            if (ColumnWanted(record) && Complete(record)) {
+                servedColumns.records.push_back(std::move(record));
+            }
+        }
         return true;
     }
 
@@ -631,27 +564,21 @@ struct OdbcImport::State {
         if (dialect != Dialect::Postgres || !connected || table.empty() || schema.empty()) {
             return false;
         }
-        const bool inMemory =
-            primaryKeyCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<MIPrimaryKey>& rows) {
-                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows, pkeyIndexNames)) {
-                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, rows,
-                                            pkeyIndexNames);
-                }
-            });
-        if (!inMemory) {
-            return false;
-        }
-        const TableRef wanted{catalog, schema, table};
         std::vector<MIPrimaryKey> found;
-        primaryKeyCache.rows.ForTables(table, true,
-                                       [&](const WyString&, const WyString&, const WyString&,
-                                           const MIPrimaryKey& key) { found.push_back(key); });
-        if (found.empty() && pkeyIndexNames.count(table + L"_pkey") != 0) {
+        const bool inMemory = cache.PrimaryKey(
+            TableRef{catalog, schema, table},
+            [&](SchemaRows<MIPrimaryKey>& rows) {
+                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows)) {
+                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, WyString(), rows);
+                }
+            },
+            found);
+        if (!inMemory) {
             return false;
         }
         primaryKeys.Stop();
         servedPrimaryKeys.Start();
-        keyTable = wanted;
+        keyTable = TableRef{catalog, schema, table};
         for (MIPrimaryKey& key : found) {
             if (PrimaryKeyWanted(key)) {
                 servedPrimaryKeys.records.push_back(std::move(key));
@@ -665,12 +592,16 @@ struct OdbcImport::State {
             !pk.table.empty() || fk.table.empty() || fk.schema.empty()) {
             return false;
         }
-        const bool inMemory = foreignKeyCache.Use(
-            fk.catalog, fk.schema, fk.table, bulkReads, [&](SchemaRows<MIForeignKey>& rows) {
+        std::vector<MIForeignKey> found;
+        const bool inMemory = cache.ForeignKeys(
+            fk,
+            [&](SchemaRows<MIForeignKey>& rows) {
                 if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
-                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), fk.schema, rows);
+                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), TableRef(),
+                                            TableRef{WyString(), fk.schema, WyString()}, rows);
                 }
-            });
+            },
+            found);
         if (!inMemory) {
             return false;
         }
@@ -678,72 +609,64 @@ struct OdbcImport::State {
         servedForeignKeys.Start();
         foreignPk = pk;
         foreignFk = fk;
-        foreignKeyCache.rows.ForTables(
-            fk.table, true,
-            [this](const WyString&, const WyString&, const WyString&, const MIForeignKey& key) {
-                if (ForeignKeyWanted(key)) {
-                    servedForeignKeys.records.push_back(key);
-                }
-            });
+        for (MIForeignKey& key : found) {
+            if (ForeignKeyWanted(key)) {
+                servedForeignKeys.records.push_back(std::move(key));
+            }
+        }
         return true;
     }
 
     // Every table of the catalog and schema (exact names), of every type, in the driver's order.
     std::vector<TableRef> AllTables(const WyString& catalog, const WyString& schema,
                                     const WyString& context) {
-        Handle statement;
-        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
         WideArg catalogArg = NullIfEmpty(catalog);
         WideArg schemaArg = NullIfEmpty(schema);
-        SQLRETURN rc = SQLTablesW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
+        WideArg any;
         std::vector<TableRef> found;
-        if (rc == SQL_NO_DATA) {
-            return found;
-        }
-        Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-        while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-            Row row(statement.Get(), context);
-            TableRef table;
-            table.catalog = row.Text(1); // <- TABLE_CAT
-            table.schema = row.Text(2);  // <- TABLE_SCHEM
-            table.table = row.Text(3);   // <- TABLE_NAME
-            // The schema argument of SQLTables is a pattern; these names are exact.
-            if (ExactAllows(catalog, table.catalog) && ExactAllows(schema, table.schema) &&
-                !table.table.empty()) {
-                found.push_back(std::move(table));
-            }
-        }
-        if (rc != SQL_NO_DATA) {
-            throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
-        }
+        RunCatalogCall(
+            Connection(context), context,
+            [&](SQLHSTMT statement) { return Tables(statement, catalogArg, schemaArg, any, any); },
+            [&](Row& row) {
+                const MITable table = TableRow(row);
+                // The schema argument of SQLTables is a pattern; these names are exact.
+                if (ExactAllows(catalog, table.catalog_) && ExactAllows(schema, table.schema_) &&
+                    !table.table_.empty()) {
+                    found.push_back(TableRef{table.catalog_, table.schema_, table.table_});
+                }
+            });
         return found;
     }
 };
 
 namespace {
 
-WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
-    SQLWCHAR text[256] = {};
-    SQLSMALLINT length = 0;
-    if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
-        return WyString();
-    }
-    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
-                                  sizeof text / sizeof text[0] - 1);
-    return FromSql(text, units);
-}
-
-// Only where the whole-schema reads were checked against the driver's per-table answers.
-Dialect DetectDialect(SQLHDBC connection) {
+// The DBMS, where the driver is one whose answers the source was checked against.
+Dbms DetectDbms(SQLHDBC connection) {
     const WyString dbms = InfoText(connection, SQL_DBMS_NAME);
     const WyString driver = InfoText(connection, SQL_DRIVER_NAME);
     if (dbms == L"PostgreSQL" && driver.compare(0, 8, L"psqlodbc") == 0) {
-        return Dialect::Postgres;
+        return Dbms::PostgreSQL;
     }
-    if ((dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) ||
-        (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0)) {
+    if (dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) {
+        return Dbms::SQLite;
+    }
+    if (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0) {
+        return Dbms::MariaDB;
+    }
+    return Dbms::Other;
+}
+
+// Only where the whole-schema reads were checked against the driver's per-table answers.
+Dialect WholeSchemaDialect(Dbms dbms) {
+    switch (dbms) {
+    case Dbms::PostgreSQL:
+        return Dialect::Postgres;
+    case Dbms::SQLite:
+    case Dbms::MariaDB:
         return Dialect::WholeSchema;
+    case Dbms::Other:
+        break;
     }
     return Dialect::Plain;
 }
@@ -767,7 +690,7 @@ void OdbcImport::SetPerTableReads(bool perTable) {
 }
 
 size_t OdbcImport::WholeSchemaReads() const {
-    return m_state->bulkReads;
+    return m_state->cache.reads;
 }
 
 WyString OdbcImport::ProductNames() const {
@@ -786,20 +709,15 @@ OdbcImport::~OdbcImport() {
 void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& password, bool) {
     CloseConnection();
     State& state = *m_state;
-    const bool isConnectionString = source.find(L'=') != WyString::npos;
-    const WyString connectionString =
-        isConnectionString ? AppendCredentials(source, user, password) : WyString();
-    const WyString context =
-        isConnectionString
-            ? L"connecting with the connection string " + Quoted(HidePasswords(connectionString))
-            : L"connecting to the data source " + Quoted(source) +
-                  (user.empty() ? WyString() : L" as user " + Quoted(user));
+    const DataSource target(source, user, password);
+    const WyString context = target.Describe();
     try {
-        Connect(state.environment, state.connection, source, user, password, context);
+        Connect(state.environment, state.connection, target, context);
         state.connected = true;
-        state.dialect = state.perTableOnly ? Dialect::Plain : DetectDialect(state.connection.Get());
+        state.dbms = DetectDbms(state.connection.Get());
+        state.dialect = state.perTableOnly ? Dialect::Plain : WholeSchemaDialect(state.dbms);
         if (state.dialect == Dialect::Postgres) {
-            state.keyPrefetch.Configure(source, user, password);
+            state.keyPrefetch.Configure(target);
         }
     } catch (...) {
         state.Close();
@@ -823,8 +741,8 @@ void OdbcImport::PrepareForCatalog(WyString& catalog) {
     // The special request needs empty (not NULL) schema and table names.
     WideArg all(L"%"); // SQL_ALL_CATALOGS
     WideArg none(L"");
-    state.catalogs.Opened(SQLTablesW(state.catalogs.Statement(), all.Data(), all.Length(), none.Data(), 0,
-                                     none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.catalogs.Opened(Tables(state.catalogs.Statement(), all, none, none, any));
 }
 
 void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
@@ -838,8 +756,8 @@ void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
     state.schemasSeen.clear();
     WideArg all(L"%"); // SQL_ALL_SCHEMAS
     WideArg none(L"");
-    state.schemas.Opened(SQLTablesW(state.schemas.Statement(), none.Data(), 0, all.Data(), all.Length(),
-                                    none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.schemas.Opened(Tables(state.schemas.Statement(), none, all, none, any));
 }
 
 void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
@@ -848,15 +766,18 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     const WyString context = L"reading the tables" + (where.empty() ? WyString() : L" of " + where) +
                              (table.empty() ? WyString() : L" named like " + Quoted(table));
     state.tables.Start(state.Connection(context), context);
+    ++state.listingGeneration;
     state.tablePattern = TableRef{catalog, schema, table};
     state.tableSelector = tableType;
-    WideArg catalogArg = PatternArgument(catalog);
-    WideArg schemaArg = PatternArgument(schema);
-    WideArg tableArg = PatternArgument(table);
+    WideArg catalogArg = PatternArgument(state.dbms, catalog);
+    WideArg schemaArg = PatternArgument(state.dbms, schema);
+    WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg typesArg = NullIfEmpty(TableTypeList(tableType));
-    state.tables.Opened(SQLTablesW(state.tables.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                   schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                   typesArg.Data(), typesArg.Length()));
+    state.servedTables.Stop();
+    state.tables.Opened(Tables(state.tables.Statement(), catalogArg, schemaArg, tableArg, typesArg));
+    if (state.dbms == Dbms::MariaDB) {
+        state.ServeTablesInFixedOrder();
+    }
 }
 
 void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString& table, WyString& column) {
@@ -865,6 +786,7 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     const WyString context = L"reading the columns of " + (where.empty() ? WyString(L"every table") : where) +
                              (column.empty() ? WyString() : L" named like " + Quoted(column));
     state.servedColumns.Stop();
+    ++state.listingGeneration;
     if (state.ColumnsFromMemory(catalog, schema, table, column)) {
         return;
     }
@@ -872,12 +794,10 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     state.columnTable = TableRef{catalog, schema, table};
     state.columnPattern = column;
     WideArg catalogArg = LiteralArgument(catalog);
-    WideArg schemaArg = PatternArgument(schema);
-    WideArg tableArg = PatternArgument(table);
-    WideArg columnArg = PatternArgument(column);
-    state.columns.Opened(SQLColumnsW(state.columns.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                     schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                     columnArg.Data(), columnArg.Length()));
+    WideArg schemaArg = PatternArgument(state.dbms, schema);
+    WideArg tableArg = PatternArgument(state.dbms, table);
+    WideArg columnArg = PatternArgument(state.dbms, column);
+    state.columns.Opened(Columns(state.columns.Statement(), catalogArg, schemaArg, tableArg, columnArg));
 }
 
 void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
@@ -889,15 +809,26 @@ void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
         WideArg catalogArg = NullIfEmpty(of.catalog);
         WideArg schemaArg = NullIfEmpty(of.schema);
         WideArg tableArg(of.table);
-        listing.Opened(SQLPrimaryKeysW(listing.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                       schemaArg.Data(), schemaArg.Length(), tableArg.Data(),
-                                       tableArg.Length()));
+        listing.Opened(PrimaryKeys(listing.Statement(), catalogArg, schemaArg, tableArg));
     };
     state.servedPrimaryKeys.Stop();
     if (state.PrimaryKeyFromMemory(catalog, schema, table)) {
         return;
     }
     state.keyTable = TableRef{catalog, schema, table};
+    if (state.dbms == Dbms::PostgreSQL) {
+        SchemaRows<MIPrimaryKey> rows;
+        ReadPrimaryKeysPostgres(state.Connection(L"reading primary keys"), schema, table, rows);
+        state.primaryKeys.Stop();
+        state.servedPrimaryKeys.Start();
+        rows.ForTables(WyString(), false,
+                       [&](const WyString&, const WyString&, const WyString&, const MIPrimaryKey& key) {
+                           if (state.PrimaryKeyWanted(key)) {
+                               state.servedPrimaryKeys.records.push_back(key);
+                           }
+                       });
+        return;
+    }
     if (!table.empty()) {
         const WyString context = L"reading the primary key of " + NamePath({&catalog, &schema, &table});
         listing.Start(state.Connection(context), context);
@@ -937,11 +868,8 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
         WideArg fkCatalogArg = NullIfEmpty(fk.catalog);
         WideArg fkSchemaArg = NullIfEmpty(fk.schema);
         WideArg fkTableArg = NullIfEmpty(fk.table);
-        listing.Opened(SQLForeignKeysW(listing.Statement(), pkCatalogArg.Data(), pkCatalogArg.Length(),
-                                       pkSchemaArg.Data(), pkSchemaArg.Length(), pkTableArg.Data(),
-                                       pkTableArg.Length(), fkCatalogArg.Data(), fkCatalogArg.Length(),
-                                       fkSchemaArg.Data(), fkSchemaArg.Length(), fkTableArg.Data(),
-                                       fkTableArg.Length()));
+        listing.Opened(ForeignKeys(listing.Statement(), pkCatalogArg, pkSchemaArg, pkTableArg, fkCatalogArg,
+                                   fkSchemaArg, fkTableArg));
     };
     state.servedForeignKeys.Stop();
     if (state.ForeignKeysFromMemory(pk, TableRef{fkCatalog, fkSchema, fkTable})) {
@@ -949,6 +877,19 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
     }
     state.foreignPk = pk;
     state.foreignFk = TableRef{fkCatalog, fkSchema, fkTable};
+    if (state.dbms == Dbms::PostgreSQL) {
+        SchemaRows<MIForeignKey> rows;
+        ReadForeignKeysPostgres(state.Connection(L"reading foreign keys"), pk, state.foreignFk, rows);
+        listing.Stop();
+        state.servedForeignKeys.Start();
+        rows.ForTables(WyString(), false,
+                       [&](const WyString&, const WyString&, const WyString&, const MIForeignKey& key) {
+                           if (state.ForeignKeyWanted(key)) {
+                               state.servedForeignKeys.records.push_back(key);
+                           }
+                       });
+        return;
+    }
     if (!pkTable.empty() || !fkTable.empty()) {
         const WyString context = describe(state.foreignFk, pk);
         listing.Start(state.Connection(context), context);
@@ -969,19 +910,15 @@ bool OdbcImport::Get(MICatalog& record) {
     Listing& listing = state.catalogs;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        WyString catalog = row.Text(1); // catalog_ <- TABLE_CAT
+        MITable found = TableRow(row);
         // Rows that name a table come from a driver that ignored SQL_ALL_CATALOGS.
-        if (!row.Text(3).empty()) { // TABLE_NAME
-            continue;
-        }
-        WyString remarks = row.Text(5); // remarks_ <- REMARKS
-        if (!MatchesSearchPattern(state.catalogPattern, catalog) ||
-            !state.catalogsSeen.insert(catalog).second) {
+        if (!found.table_.empty() || !MatchesSearchPattern(state.catalogPattern, found.catalog_) ||
+            !state.catalogsSeen.insert(found.catalog_).second) {
             continue;
         }
         record = MICatalog();
-        record.catalog_ = std::move(catalog);
-        record.remarks_ = std::move(remarks);
+        record.catalog_ = std::move(found.catalog_);
+        record.remarks_ = std::move(found.remarks_);
         return true;
     }
     return false;
@@ -992,26 +929,22 @@ bool OdbcImport::Get(MISchema& record) {
     Listing& listing = state.schemas;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        WyString catalog = row.Text(1); // catalog_ <- TABLE_CAT
-        WyString schema = row.Text(2);  // schema_ <- TABLE_SCHEM
+        MITable found = TableRow(row);
         // Rows that name a table come from a driver that ignored SQL_ALL_SCHEMAS.
-        if (!row.Text(3).empty()) { // TABLE_NAME
+        if (!found.table_.empty() || !MatchesSearchPattern(state.schemaPattern, found.schema_)) {
             continue;
         }
-        WyString remarks = row.Text(5); // remarks_ <- REMARKS
-        if (!MatchesSearchPattern(state.schemaPattern, schema)) {
+        if (!state.schemaCatalog.empty() && !found.catalog_.empty() &&
+            found.catalog_ != state.schemaCatalog) {
             continue;
         }
-        if (!state.schemaCatalog.empty() && !catalog.empty() && catalog != state.schemaCatalog) {
-            continue;
-        }
-        if (!state.schemasSeen.insert({catalog, schema}).second) {
+        if (!state.schemasSeen.insert({found.catalog_, found.schema_}).second) {
             continue;
         }
         record = MISchema();
-        record.catalog_ = std::move(catalog);
-        record.schema_ = std::move(schema);
-        record.remarks_ = std::move(remarks);
+        record.catalog_ = std::move(found.catalog_);
+        record.schema_ = std::move(found.schema_);
+        record.remarks_ = std::move(found.remarks_);
         return true;
     }
     return false;
@@ -1019,25 +952,10 @@ bool OdbcImport::Get(MISchema& record) {
 
 bool OdbcImport::Get(MITable& record) {
     State& state = *m_state;
-    Listing& listing = state.tables;
-    while (listing.Fetch()) {
-        Row row(listing.Statement(), listing.Context());
-        MITable table;
-        table.catalog_ = row.Text(1);   // catalog_ <- TABLE_CAT
-        table.schema_ = row.Text(2);    // schema_ <- TABLE_SCHEM
-        table.table_ = row.Text(3);     // table_ <- TABLE_NAME
-        table.tableType_ = row.Text(4); // tableType_ <- TABLE_TYPE
-        table.remarks_ = row.Text(5);   // remarks_ <- REMARKS
-        const TableRef& wanted = state.tablePattern;
-        if (!TableTypeSelected(state.tableSelector, table.tableType_) ||
-            !PatternAllows(wanted.catalog, table.catalog_) || !PatternAllows(wanted.schema, table.schema_) ||
-            !MatchesSearchPattern(wanted.table, table.table_)) {
-            continue;
-        }
-        record = std::move(table);
-        return true;
+    if (state.servedTables.active) {
+        return state.servedTables.Get(record);
     }
-    return false;
+    return state.NextTable(record);
 }
 
 bool OdbcImport::Get(MIColumn& record) {
@@ -1051,9 +969,9 @@ bool OdbcImport::Get(MIColumn& record) {
         TableRef table;
         CachedColumn cached;
         ColumnShape shape;
-        ReadColumnRow(row, table, cached, shape);
+        ColumnRow(row, table, cached, shape);
         MIColumn column = MakeColumn(table, cached, shape);
-        if (!state.ColumnWanted(column)) {
+        if (!state.ColumnWanted(column) || !state.Complete(column)) {
             continue;
         }
         record = std::move(column);
