@@ -72,10 +72,18 @@ bool EscapesNext(const WyString& pattern, size_t at) {
 // LIKE, where "\\" escapes any character, so a backslash that stands for itself is doubled there.
 // Characters beyond the Basic Multilingual Plane become "_": SQLite3 ODBC (narrow entry points)
 // finds nothing for them (unixODBC 2.3.11); the listing applies the whole pattern afterwards.
+// The same holds for an escaped backslash on psqlODBC and SQLite3 ODBC.
 WyString DriverPattern(Dbms dbms, const WyString& pattern) {
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
+        if (EscapesNext(pattern, i) && pattern[i + 1] == L'\\' && dbms != Dbms::MariaDB) {
+            // psqlODBC 13 and SQLite3 ODBC find nothing for an escaped backslash, although they
+            // read a lone one as itself: "_" stands in for it.
+            driverPattern += L'_';
+            ++i;
+            continue;
+        }
         if (EscapesNext(pattern, i)) {
             driverPattern += c;
             c = pattern[++i];

@@ -95,7 +95,7 @@ std::string Generate(Dbms dbms, const std::string& connect, const std::string& a
     const CommandResult run = RunCommand(
         std::string("UDMLGEN_ODBC_PER_TABLE=") + (perTable ? "1" : "0") +
         " UDMLGEN_PASSWORD=" + ShellQuote(login ? Setting("UDML_DB_PASSWORD") : "") + " " +
-        ShellQuote(UdmlgenPath()) + " --connect " + ShellQuote(connect) +
+        ShellQuote(UdmlgenPath()) + " -q --connect " + ShellQuote(connect) +
         (login ? " --user " + ShellQuote(User(dbms, connect)) : "") + " --database R " + arguments);
     EXPECT_EQ(0, run.exitStatus) << run.standardError;
     EXPECT_EQ("", run.standardError);
