@@ -132,6 +132,7 @@ TEST_P(LiveServer, SnapshotReplaysLiveSourceExactly) {
         EXPECT_EQ("", capture.standardOutput);
     }
     EXPECT_TRUE(ReadWholeFile(first) == ReadWholeFile(second)) << "two captures of one source differ";
+    ExpectMatchesSnapshotSchema(first);
 
     const CommandResult replay =
         Udmlgen("", "--snapshot " + ShellQuote(first) + " --database " + ShellQuote(server.repositoryDb));
@@ -178,6 +179,7 @@ TEST(MariaDbTypes, UnsignedIntegersAreRecognisedFromTypeNames) {
         Udmlgen(Setting("UDML_DB_PASSWORD"),
                 "snapshot " + ConnectArguments(Setting("UDML_MARIADB_CONNECT")) + " -o " + ShellQuote(file));
     ASSERT_EQ(0, capture.exitStatus) << capture.standardError;
+    ExpectMatchesSnapshotSchema(file);
     std::map<std::string, std::string> types;
     const nlohmann::json snapshot = nlohmann::json::parse(ReadWholeFile(file));
     for (const auto& column : snapshot.at("columns"))
