@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, checks formatting, then builds and runs every test
-# twice, in a normal build and under AddressSanitizer + UndefinedBehaviorSanitizer, runs the tests
-# that involve threads under ThreadSanitizer, and finally fuzzes every reader of outside text for a
-# bounded time (scripts/fuzz.sh).
+# twice, in a normal build (whose Debian package is then tested unpacked, scripts/package-test.sh)
+# and under AddressSanitizer + UndefinedBehaviorSanitizer, runs the tests that involve threads
+# under ThreadSanitizer, and finally fuzzes every reader of outside text for a bounded time
+# (scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -26,6 +27,8 @@ run_tests() { # dir, extra ctest options...
 run_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build --target check-format
 run_tests build
+# The Debian package, unpacked into a scratch folder and used from there.
+JOBS=$jobs bash scripts/package-test.sh build
 
 run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DUDML_SANITIZE=ON
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 run_tests build-asan

@@ -342,6 +342,7 @@ TEST_F(CliSample, SnapshotOfTheSampleGivesTheSameOutputAsTheLiveSource) {
     const std::string snapshot = WriteScratch("sales-capture.json", "an older capture");
     const CommandResult capture = Udmlgen("snapshot --connect " + ShellQuote(connection) + " -o " + snapshot);
     ASSERT_EQ(0, capture.exitStatus) << capture.standardError;
+    ExpectMatchesSnapshotSchema(snapshot);
     const CommandResult again = Udmlgen("snapshot --connect " + ShellQuote(connection));
     EXPECT_EQ(ReadWholeFile(snapshot), again.standardOutput) << "two captures differ";
 

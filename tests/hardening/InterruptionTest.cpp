@@ -162,6 +162,7 @@ TEST(Interruption, SignalsStopTheCommandWithTheirStatusAndAConsistentFile) {
         WriteSnapshot(source, ServerInfo::kCLI_ODBC350, out);
         ASSERT_TRUE(out.good());
     }
+    ExpectMatchesSnapshotSchema(snapshot);
     const std::string completeFile = ScratchPath("interruption-complete.udml");
     const CommandResult full = RunCommand(ShellQuote(UdmlgenPath()) + " --snapshot " + ShellQuote(snapshot) +
                                           " --database Big -o " + ShellQuote(completeFile));

@@ -136,6 +136,7 @@ TEST_P(LiveServer, SnapshotReplaysLiveSourceExactly) {
         EXPECT_EQ("", capture.standardOutput);
     }
     EXPECT_TRUE(ReadWholeFile(first) == ReadWholeFile(second)) << "two captures of one source differ";
+    ExpectMatchesSnapshotSchema(first);
 
     const CommandResult replay =
         Udmlgen("", "--snapshot " + ShellQuote(first) + " --database " + ShellQuote(server.repositoryDb));

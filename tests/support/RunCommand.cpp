@@ -1,6 +1,8 @@
 // Command runner of the host and script tests.
 #include "RunCommand.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -74,4 +76,11 @@ std::string DiffTexts(const std::string& expected, const std::string& actual) {
     std::ofstream(actualFile, std::ios::binary) << actual;
     return RunCommand("diff -u " + ShellQuote(expectedFile) + " " + ShellQuote(actualFile) + " | head -n 80")
         .standardOutput;
+}
+
+void ExpectMatchesSnapshotSchema(const std::string& path) {
+    const CommandResult check =
+        RunCommand("python3 " + ShellQuote(std::string(UDML_SOURCE_DIR) + "/scripts/check-snapshot.py") +
+                   " " + ShellQuote(path));
+    EXPECT_EQ(0, check.exitStatus) << check.standardError;
 }

@@ -23,3 +23,6 @@ std::string ShellQuote(const std::string& text);
 std::string ReadWholeFile(const std::string& path);
 /// A unified diff of two texts, for readable golden-text failures.
 std::string DiffTexts(const std::string& expected, const std::string& actual);
+/// Fails the current test, naming each field, when a captured snapshot file does not match the
+/// published format (docs/snapshot.schema.json).
+void ExpectMatchesSnapshotSchema(const std::string& path);

@@ -15,6 +15,8 @@
 #include "platform/WyString.h"
 #include "platform/repository/ARpGateway.h"
 
+#include "SMUOdbcVersion.h"
+
 #if defined(SMU_ODBCGEN_BUILD)
 #define SMU_ODBCGEN_API __attribute__((visibility("default")))
 #else

@@ -157,7 +157,8 @@ public:
 
     void SetTableType(uint8 tableType) { m_tableType = tableType; }
     /// Stops the request in progress at its next check; safe to call from another thread or a
-    /// signal handler. The next request clears it.
+    /// signal handler. The flag stays set until the next GenerateUdml clears it: until then the
+    /// other public entries answer false (the batch entry appends nothing) and write nothing.
     void Abort() { m_bAbort.store(true); }
 
     void SetSource(const WyString& s) { m_strSource = s; }
@@ -186,7 +187,10 @@ public:
 
     /// Writes the UDML of the object `typeID` names (database 3023, catalog 3025, schema 3027,
     /// table 3001, column 3003, table key 3008, foreign key 3006) and what lies beneath it down to
-    /// `nDepthLimit` levels (-1: no limit), the statement kinds of `fGenerate` only. False without
+    /// `nDepthLimit` levels (-1: no limit), the statement kinds of `fGenerate` only (0x0002
+    /// catalog, 0x0004 schema, 0x0008 table, 0x0010 single column, 0x0020 foreign key, 0x0040
+    /// table key; a clear bit suppresses its statements, not the walk beneath them). Another
+    /// type id writes nothing but stores the path and the limit, as the batch entry needs. False without
     /// an import source, or when the source failed: `strErrorMsg` then holds each message of the
     /// failure followed by "\n". Output already written is never withdrawn.
     bool GenerateUdml(const TypeID& typeID, const WyString& strCatalog, const WyString& strSchema,
@@ -195,15 +199,19 @@ public:
                       int nDepthLimit, int fGenerate, bool bUseExistingStructs);
 
     /// Appends the foreign-key statements of every table of the source to `parrayForeignKeys`;
-    /// nothing reaches the sink, which stays oNothing afterwards. The whole path is emptied first,
-    /// base table included.
+    /// nothing reaches the sink, which stays oNothing afterwards (set it again before the next
+    /// request that should write). The whole path is emptied first, base table included.
     bool GenerateAllForeignKeys(WyStringVector* parrayForeignKeys);
-    /// Appends the foreign-key statements of one table to `parrayForeignKeys`.
+    /// Appends the foreign-key statements of one table to `parrayForeignKeys`; like
+    /// GenerateAllForeignKeys it leaves the sink at oNothing, the mask at 0x0020 and no depth limit.
     bool GenerateForeignKeys(const WyString& strCatalog, const WyString& strSchema, const WyString& strTable,
                              const WyString& strBaseTable, WyStringVector* parrayForeignKeys);
     bool GenerateForeignKeys(const WyString& strCatalog, const WyString& strSchema,
                              WyStringVector* parrayForeignKeys);
-    /// Writes the table-key statements of one table.
+    /// Writes the table-key statements of one table. Only key columns named in the column check
+    /// list are written, and that list holds the columns of the last table whose column list was
+    /// written: request the table first, or call setCheckColumnVector, or hand the keys in with
+    /// SetMITableKeys (written whole). True also when nothing was written.
     bool GeneratePrimaryKey(const WyString& strCatalog, const WyString& strSchema, const WyString& strTable,
                             const WyString& strBaseTable);
     /// Writes one join per admissible view link of the source (or of SetMIViewLinks). A link
@@ -216,7 +224,10 @@ public:
     /// The join condition of a view link, built into `sViewLinkExpr`: one equation per column
     /// pair, source on the left. Only positions present in both column lists are used.
     WyString& GenerateZelViewLinkExpression(const MIViewLink& viewLink, WyString& sViewLinkExpr);
-    /// One bundle per name of `tableNames`, in the set's order, appended to `tableInfoList`.
+    /// One bundle per name of `tableNames`, in the set's order, appended to `tableInfoList`. Only
+    /// the table name is set: database, catalog, schema, table URI and depth limit are those of
+    /// the last request (a GenerateUdml with a type id no writer answers sets them without
+    /// output). A failure of the source ends the batch silently with the bundles made so far.
     void GenerateTableUdml(WyStringSet& tableNames, TableUDMLVector& tableInfoList);
 
 protected:
