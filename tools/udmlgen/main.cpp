@@ -135,8 +135,8 @@ struct Source {
 Source OpenSource(const udmlgen::Options& options) {
     Source source;
     if (!options.snapshotFile.empty()) {
-        std::unique_ptr<MemoryImport> snapshot = ReadSnapshotFile(options.snapshotFile);
-        source.cliType = static_cast<CLIType>(snapshot->Metadata().callInterface);
+        std::unique_ptr<SnapshotImport> snapshot = ReadSnapshotFile(options.snapshotFile);
+        source.cliType = static_cast<CLIType>(snapshot->CallInterface());
         source.import = std::move(snapshot);
         std::string stem = options.snapshotFile.substr(options.snapshotFile.find_last_of('/') + 1);
         source.defaultDatabase = stem.substr(0, stem.find('.'));
@@ -176,10 +176,7 @@ int CloseOutput(std::FILE* file, const std::string& path, bool writeFailed) {
 int CaptureSnapshot(const udmlgen::Options& options) {
     Source source = OpenSource(options);
     std::FILE* file = OpenOutput(options.outputFile);
-    std::ostringstream json;
-    WriteSnapshot(*source.import, source.cliType, json);
-    const std::string text = json.str();
-    const bool failed = std::fwrite(text.data(), 1, text.size(), file) != text.size();
+    const bool failed = !WriteSnapshot(*source.import, source.cliType, file);
     source.import->CloseConnection();
     return CloseOutput(file, options.outputFile, failed);
 }
