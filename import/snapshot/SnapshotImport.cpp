@@ -34,6 +34,11 @@ constexpr size_t kMaxIndexedPatternLength = 256;
 
 constexpr uint32_t kNoName = UINT32_MAX;
 
+// One read of the file brings in this much: a large window for the one pass over the whole file,
+// a small one for each list's records, which are mostly read in file order.
+constexpr size_t kScanWindow = 256 * 1024;
+constexpr size_t kListWindow = 32 * 1024;
+
 // Whether a name argument selects every name (the generator passes "%" for that).
 bool SelectsAll(const WyString& pattern) {
     return pattern.empty() || pattern == L"%";
@@ -227,8 +232,10 @@ private:
     bool m_lastAnswer = false;
 };
 
-// Selected runs of one list and how far Get has read them.
+// Selected runs of one list and how far Get has read them. Each list reads through a window of
+// its own, so that a walk that takes turns between the lists does not reread the file each time.
 struct Cursor {
+    std::unique_ptr<snapshot_scan::ByteReader> reader;
     std::vector<uint32_t> runs;
     size_t next = 0;
     uint32_t readInRun = 0;
@@ -261,7 +268,6 @@ SourceMetadata ParseSnapshot(const std::string& text, const std::string& fileNam
 struct SnapshotImport::State {
     std::string path;
     int fd = -1;
-    std::unique_ptr<snapshot_scan::ByteReader> reader;
     // The header, catalogs, schemas, pick lists and view links, served by the in-memory source.
     std::shared_ptr<SourceMetadata> held = std::make_shared<SourceMetadata>();
     std::unique_ptr<MemoryImport> heldSource;
@@ -287,12 +293,13 @@ struct SnapshotImport::State {
                 cursor.readInRun = 0;
                 continue;
             }
-            reader->Seek(cursor.readInRun == 0 ? run.begin : cursor.resume);
+            snapshot_scan::ByteReader& reader = *cursor.reader;
+            reader.Seek(cursor.readInRun == 0 ? run.begin : cursor.resume);
             // A record the filter refuses must not reach the caller: a Get that answers false
             // leaves its argument alone.
             Record candidate;
-            snapshot_scan::ReadRecord(*reader, path, candidate);
-            cursor.resume = reader->Offset();
+            snapshot_scan::ReadRecord(reader, path, candidate);
+            cursor.resume = reader.Offset();
             ++cursor.readInRun;
             if (accept(candidate)) {
                 record = std::move(candidate);
@@ -365,9 +372,11 @@ SnapshotImport::SnapshotImport(const std::string& path) : m_state(std::make_uniq
     char head[3] = {};
     const ssize_t headSize = ::pread(s.fd, head, sizeof head, 0);
     const uint64_t start = headSize == 3 && std::string_view(head, 3) == kBom ? kBom.size() : 0;
-    s.reader = std::make_unique<snapshot_scan::ByteReader>(s.fd, size, start);
+    snapshot_scan::ByteReader scanReader(s.fd, size, start, kScanWindow);
     IndexSink sink(*s.held, s.names, s.tables, s.columns, s.primaryKeys, s.foreignKeys);
-    snapshot_scan::ScanDocument(*s.reader, path, *s.held, sink);
+    snapshot_scan::ScanDocument(scanReader, path, *s.held, sink);
+    for (Cursor* cursor : {&s.tableCursor, &s.columnCursor, &s.keyCursor, &s.foreignKeyCursor})
+        cursor->reader = std::make_unique<snapshot_scan::ByteReader>(s.fd, size, start, kListWindow);
     s.names.Seal();
     s.heldSource = std::make_unique<MemoryImport>(s.held);
 }

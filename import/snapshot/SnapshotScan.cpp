@@ -35,9 +35,6 @@ using snapshot_fields::kFormatName;
 // the open-container stack the size of the file.
 constexpr size_t kMaxDepth = 10000;
 
-// How much of a file one read brings in.
-constexpr size_t kWindowSize = 256 * 1024;
-
 // One step from a container to a value inside it: a field name, or an index when `key` is null.
 struct PathStep {
     const std::string* key;
@@ -159,16 +156,22 @@ public:
     // Fills the fields of `record` that the object names; the others keep their fresh values.
     template <class Record> void ReadFields(const Json& object, const Path& path, Record& record) const {
         RequireKind(object, path, object.is_object(), "an object");
+        constexpr auto& kFields = snapshot_fields::Layout<Record>::kFields;
+        constexpr size_t kCount = std::size(kFields);
+        // Fields mostly come in layout order, so the search starts after the last one found.
+        size_t hint = 0;
         for (const auto& item : object.items()) {
             const Path fieldPath = path.Field(item.key());
             bool known = false;
-            for (const snapshot_fields::Field<Record>& field : snapshot_fields::Layout<Record>::kFields)
-                if (item.key() == field.name) {
+            for (size_t step = 0; step < kCount && !known; ++step) {
+                const size_t index = (hint + step) % kCount;
+                if (item.key() == kFields[index].name) {
                     std::visit([&](auto member) { Read(item.value(), fieldPath, record.*member); },
-                               field.member);
+                               kFields[index].member);
                     known = true;
-                    break;
+                    hint = index + 1;
                 }
+            }
             if (!known)
                 Fail(m_fileName, fieldPath.Render(), "unknown field name");
         }
@@ -275,10 +278,15 @@ private:
 class NameSet {
 public:
     bool Insert(const std::string& name) {
-        constexpr size_t kLinearLimit = 16;
+        constexpr size_t kLinearLimit = 32;
         if (!m_large) {
-            if (std::find(m_small.begin(), m_small.end(), name) != m_small.end())
+            // A bit per name's hash spares the search for nearly every new name.
+            const size_t hash = std::hash<std::string>()(name);
+            const uint64_t bit = uint64_t(1) << (hash % 64);
+            uint64_t& seen = m_seen[(hash / 64) % 2];
+            if ((seen & bit) != 0 && std::find(m_small.begin(), m_small.end(), name) != m_small.end())
                 return false;
+            seen |= bit;
             if (m_small.size() < kLinearLimit) {
                 m_small.push_back(name);
                 return true;
@@ -290,6 +298,7 @@ public:
 
 private:
     std::vector<std::string> m_small;
+    uint64_t m_seen[2] = {0, 0};
     std::unique_ptr<std::unordered_set<std::string>> m_large;
 };
 
@@ -620,15 +629,17 @@ ByteReader::ByteReader(std::string_view text, uint64_t start)
     : m_data(text.data()), m_dataBegin(0), m_dataEnd(text.size()), m_pos(start), m_size(text.size()),
       m_lineStart(start), m_previousLineStart(start) {}
 
-ByteReader::ByteReader(int fd, uint64_t size, uint64_t start)
-    : m_pos(start), m_fd(fd), m_size(size), m_lineStart(start), m_previousLineStart(start) {}
+ByteReader::ByteReader(int fd, uint64_t size, uint64_t start, size_t window)
+    : m_pos(start), m_fd(fd), m_size(size), m_windowSize(window), m_lineStart(start),
+      m_previousLineStart(start) {}
 
 bool ByteReader::Fill(size_t count) {
     if (m_pos >= m_dataBegin && m_pos + count <= m_dataEnd)
         return true;
     if (m_fd < 0 || m_readError != 0 || m_pos >= m_size)
         return false;
-    const size_t want = static_cast<size_t>(std::min<uint64_t>(std::max(kWindowSize, count), m_size - m_pos));
+    const size_t want =
+        static_cast<size_t>(std::min<uint64_t>(std::max(m_windowSize, count), m_size - m_pos));
     m_window.resize(want);
     size_t got = 0;
     while (got < want) {
@@ -662,35 +673,6 @@ void ByteReader::SkipSeparator() {
         if (c != ' ' && c != '\n' && c != '\r' && c != '\t' && c != ',')
             return;
         Advance();
-    }
-}
-
-void ByteReader::Advance() {
-    const char c = Peek();
-    if (m_overrideLeft > 0)
-        --m_overrideLeft;
-    ++m_pos;
-    if (c == '\n') {
-        ++m_line;
-        m_previousLineStart = m_lineStart;
-        m_lineStart = m_pos;
-    }
-    switch (m_lexical) {
-    case Lexical::kOutside:
-        if (c == '"')
-            m_lexical = Lexical::kString;
-        break;
-    case Lexical::kString:
-        if (c == '\\')
-            m_lexical = Lexical::kEscape;
-        else if (c == '"')
-            m_lexical = Lexical::kOutside;
-        break;
-    case Lexical::kEscape:
-        m_lexical = Lexical::kString;
-        if (c == 'u')
-            CheckSurrogate();
-        break;
     }
 }
 

@@ -22,8 +22,9 @@ class ByteReader {
 public:
     /// Serves `text` from `start` on; `text` must outlive the reader.
     ByteReader(std::string_view text, uint64_t start);
-    /// Serves the first `size` bytes of the open file `fd` (not owned) from `start` on.
-    ByteReader(int fd, uint64_t size, uint64_t start);
+    /// Serves the first `size` bytes of the open file `fd` (not owned) from `start` on, reading
+    /// `window` bytes at a time.
+    ByteReader(int fd, uint64_t size, uint64_t start, size_t window);
 
     uint64_t Offset() const { return m_pos; }
     /// Continues at `offset`, which must be outside any string.
@@ -31,11 +32,34 @@ public:
     /// Skips blanks and commas: the separator between two elements of an array.
     void SkipSeparator();
 
-    bool AtEnd() { return !Fill(1); }
+    bool AtEnd() { return !(m_pos >= m_dataBegin && m_pos < m_dataEnd) && !Fill(1); }
     char Peek() const {
         return m_overrideLeft > 0 ? kReplacement[4 - m_overrideLeft] : m_data[m_pos - m_dataBegin];
     }
-    void Advance();
+    void Advance() {
+        const char c = Peek();
+        if (m_overrideLeft > 0)
+            --m_overrideLeft;
+        ++m_pos;
+        if (c == '\n') {
+            ++m_line;
+            m_previousLineStart = m_lineStart;
+            m_lineStart = m_pos;
+        }
+        if (m_lexical == Lexical::kOutside) {
+            if (c == '"')
+                m_lexical = Lexical::kString;
+        } else if (m_lexical == Lexical::kString) {
+            if (c == '\\')
+                m_lexical = Lexical::kEscape;
+            else if (c == '"')
+                m_lexical = Lexical::kOutside;
+        } else {
+            m_lexical = Lexical::kString;
+            if (c == 'u')
+                CheckSurrogate();
+        }
+    }
 
     /// The errno of a failed read, or 0.
     int ReadError() const { return m_readError; }
@@ -55,6 +79,7 @@ private:
     uint64_t m_pos = 0;
     int m_fd = -1;
     uint64_t m_size = 0;
+    size_t m_windowSize = 0;
     std::vector<char> m_window;
     int m_readError = 0;
 
