@@ -19,7 +19,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <deque>
 #include <numeric>
 #include <optional>
 #include <string_view>
@@ -45,31 +44,40 @@ bool SelectsAll(const WyString& pattern) {
 }
 
 // Every distinct name of the indexed lists, once, with an id; kept sorted too, so that a search
-// pattern narrows them one character position at a time, as a trie would.
+// pattern narrows them one character position at a time, as a trie would. The names lie end to
+// end in one array, found through an open-addressing table of ids: a string object and a hash
+// node per name would cost several times the name itself.
 class NamePool {
 public:
+    NamePool() : m_starts(1, 0) {}
+
     uint32_t Intern(const WyString& name) {
-        const auto found = m_ids.find(name);
-        if (found != m_ids.end())
-            return found->second;
-        const uint32_t id = static_cast<uint32_t>(m_names.size());
-        m_names.push_back(name);
-        m_ids.emplace(m_names.back(), id);
-        return id;
+        if ((m_starts.size() + 1) * 2 > m_slots.size())
+            Grow();
+        uint32_t& slot = m_slots[Slot(name)];
+        if (slot == kNoName) {
+            slot = static_cast<uint32_t>(m_starts.size() - 1);
+            m_text.insert(m_text.end(), name.begin(), name.end());
+            m_starts.push_back(m_text.size());
+        }
+        return slot;
     }
 
-    uint32_t Find(const WyString& name) const {
-        const auto found = m_ids.find(name);
-        return found == m_ids.end() ? kNoName : found->second;
+    uint32_t Find(const WyString& name) const { return m_slots.empty() ? kNoName : m_slots[Slot(name)]; }
+
+    std::wstring_view Name(uint32_t id) const {
+        return std::wstring_view(m_text.data() + m_starts[id], m_starts[id + 1] - m_starts[id]);
     }
 
-    const WyString& Name(uint32_t id) const { return m_names[id]; }
+    uint32_t Size() const { return static_cast<uint32_t>(m_starts.size() - 1); }
 
     void Seal() {
-        m_sorted.resize(m_names.size());
+        m_text.shrink_to_fit();
+        m_starts.shrink_to_fit();
+        m_sorted.resize(Size());
         std::iota(m_sorted.begin(), m_sorted.end(), 0u);
         std::sort(m_sorted.begin(), m_sorted.end(),
-                  [this](uint32_t a, uint32_t b) { return m_names[a] < m_names[b]; });
+                  [this](uint32_t a, uint32_t b) { return Name(a) < Name(b); });
     }
 
     /// The ids of every name `pattern` matches.
@@ -79,8 +87,8 @@ public:
             if (const uint32_t id = Find(pattern); id != kNoName)
                 ids.push_back(id);
         } else if (pattern.size() > kMaxIndexedPatternLength) {
-            for (uint32_t id = 0; id < m_names.size(); ++id)
-                if (MatchesSearchPattern(pattern, m_names[id]))
+            for (uint32_t id = 0; id < Size(); ++id)
+                if (MatchesSearchPattern(pattern, WyString(Name(id))))
                     ids.push_back(id);
         } else {
             Narrow(pattern, 0, 0, m_sorted.size(), 0, ids);
@@ -89,7 +97,26 @@ public:
     }
 
 private:
-    const WyString& Sorted(size_t position) const { return m_names[m_sorted[position]]; }
+    std::wstring_view Sorted(size_t position) const { return Name(m_sorted[position]); }
+
+    size_t Slot(const WyString& name) const {
+        const size_t mask = m_slots.size() - 1;
+        size_t slot = std::hash<WyString>()(name) & mask;
+        while (m_slots[slot] != kNoName && Name(m_slots[slot]) != name)
+            slot = (slot + 1) & mask;
+        return slot;
+    }
+
+    void Grow() {
+        m_slots.assign(std::max<size_t>(1024, m_slots.size() * 2), kNoName);
+        const size_t mask = m_slots.size() - 1;
+        for (uint32_t id = 0; id < Size(); ++id) {
+            size_t slot = std::hash<std::wstring_view>()(Name(id)) & mask;
+            while (m_slots[slot] != kNoName)
+                slot = (slot + 1) & mask;
+            m_slots[slot] = id;
+        }
+    }
 
     // Every name in [lo, hi) has the same first `depth` characters, all matching the pattern up to
     // `patternPos`; sorting then orders the range by the character at `depth`, with the name that
@@ -105,7 +132,7 @@ private:
             const wchar_t c = pattern[patternPos];
             if (c == L'%' || c == L'\\') {
                 for (size_t pos = lo; pos < hi; ++pos)
-                    if (MatchesSearchPattern(pattern, Sorted(pos)))
+                    if (MatchesSearchPattern(pattern, WyString(Sorted(pos))))
                         out.push_back(m_sorted[pos]);
                 return;
             }
@@ -124,7 +151,7 @@ private:
             const auto first =
                 std::lower_bound(m_sorted.begin() + static_cast<std::ptrdiff_t>(lo),
                                  m_sorted.begin() + static_cast<std::ptrdiff_t>(hi), c,
-                                 [&](uint32_t id, wchar_t ch) { return m_names[id][depth] < ch; });
+                                 [&](uint32_t id, wchar_t ch) { return Name(id)[depth] < ch; });
             lo = static_cast<size_t>(first - m_sorted.begin());
             hi = GroupEnd(lo, hi, depth, c);
             ++patternPos;
@@ -136,12 +163,13 @@ private:
     size_t GroupEnd(size_t lo, size_t hi, size_t depth, wchar_t c) const {
         const auto last = std::upper_bound(m_sorted.begin() + static_cast<std::ptrdiff_t>(lo),
                                            m_sorted.begin() + static_cast<std::ptrdiff_t>(hi), c,
-                                           [&](wchar_t ch, uint32_t id) { return ch < m_names[id][depth]; });
+                                           [&](wchar_t ch, uint32_t id) { return ch < Name(id)[depth]; });
         return static_cast<size_t>(last - m_sorted.begin());
     }
 
-    std::deque<WyString> m_names;
-    std::unordered_map<std::wstring_view, uint32_t> m_ids;
+    std::vector<wchar_t> m_text;
+    std::vector<size_t> m_starts;
+    std::vector<uint32_t> m_slots;
     std::vector<uint32_t> m_sorted;
 };
 
@@ -217,7 +245,7 @@ public:
         if (!m_pattern)
             return id == m_exactId;
         if (id != m_lastId) {
-            m_lastAnswer = MatchesSearchPattern(m_argument, m_pool.Name(id));
+            m_lastAnswer = MatchesSearchPattern(m_argument, WyString(m_pool.Name(id)));
             m_lastId = id;
         }
         return m_lastAnswer;
@@ -417,7 +445,7 @@ void SnapshotImport::PrepareForTable(WyString& catalog, WyString& schema, WyStri
         const auto& names = s.tables[run].names;
         if (names[3] != lastType) {
             lastType = names[3];
-            typeSelected = TableTypeSelected(tableType, s.names.Name(lastType));
+            typeSelected = TableTypeSelected(tableType, WyString(s.names.Name(lastType)));
         }
         if (catalogFilter(names[0]) && schemaFilter(names[1]) && tableFilter(names[2]) && typeSelected)
             selected.push_back(run);
