@@ -37,9 +37,11 @@ std::string FuzzFile(const std::string& text) {
     return path;
 }
 
-// The message with the file's name replaced, to compare messages about two names.
+// The message with the file's name (its first mention; the quoted input may hold the same
+// text) replaced, to compare messages about two names.
 std::string Unnamed(std::string message, const std::string& name) {
-    for (size_t at; (at = message.find(name)) != std::string::npos;)
+    const size_t at = message.find(name);
+    if (at != std::string::npos)
         message.replace(at, name.size(), "FILE");
     return message;
 }
