@@ -1,450 +1,574 @@
-// Reading snapshot files. The JSON text is first parsed into a tree by a SAX builder that also
-// rejects repeated field names (which the library's own DOM parser would silently merge); the tree
-// is then walked field by field against the record layouts, failing on anything not expected.
+// The snapshot file source. Opening reads the file once and keeps, for the tables, columns,
+// primary keys and foreign keys, only runs of records that share their name fields (the columns
+// of one table are one run) with the offset where the run starts; names are kept once each. A
+// Prepare call selects runs by those names, as the in-memory source selects records, and Get reads
+// the records of the selected runs back from the file.
 #include "import/snapshot/SnapshotImport.h"
 
-#include "import/snapshot/SnapshotFields.h"
+#include "import/SearchPattern.h"
+#include "import/snapshot/SnapshotScan.h"
 
 #include "platform/BaseStringUtil.h"
 #include "platform/SystemUtility.h"
 
-#include <nlohmann/json.hpp>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cctype>
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <limits>
+#include <numeric>
+#include <optional>
 #include <string_view>
-#include <unordered_set>
-#include <variant>
+#include <unordered_map>
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+constexpr std::string_view kBom = "\xEF\xBB\xBF";
 
-using snapshot_fields::kFormatName;
+// Longer patterns are matched against every name: the sorted walk recurses once per "_".
+constexpr size_t kMaxIndexedPatternLength = 256;
 
-// One step from a container to a value inside it: a field name, or an index when `key` is null.
-struct PathStep {
-    const std::string* key;
-    size_t index;
-};
+constexpr uint32_t kNoName = UINT32_MAX;
 
-bool IsPlainFieldName(const std::string& key) {
-    if (key.empty())
-        return false;
-    for (char c : key)
-        if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '_'))
-            return false;
-    return true;
+// One read of the file brings in this much: a large window for the one pass over the whole file,
+// a small one for each list's records, which are mostly read in file order.
+constexpr size_t kScanWindow = 256 * 1024;
+constexpr size_t kListWindow = 32 * 1024;
+
+// Whether a name argument selects every name (the generator passes "%" for that).
+bool SelectsAll(const WyString& pattern) {
+    return pattern.empty() || pattern == L"%";
 }
 
-// Renders `tables[2].catalog`, or `pickLists["My list"][0]` for names that are not identifiers.
-std::string RenderPath(const std::vector<PathStep>& steps) {
-    std::string text;
-    for (const PathStep& step : steps) {
-        if (step.key == nullptr) {
-            text += "[" + std::to_string(step.index) + "]";
-        } else if (IsPlainFieldName(*step.key)) {
-            if (!text.empty())
-                text += ".";
-            text += *step.key;
+// Every distinct name of the indexed lists, once, with an id; kept sorted too, so that a search
+// pattern narrows them one character position at a time, as a trie would. The names lie end to
+// end in one array, found through an open-addressing table of ids: a string object and a hash
+// node per name would cost several times the name itself.
+class NamePool {
+public:
+    NamePool() : m_starts(1, 0) {}
+
+    uint32_t Intern(const WyString& name) {
+        if ((m_starts.size() + 1) * 2 > m_slots.size())
+            Grow();
+        uint32_t& slot = m_slots[Slot(name)];
+        if (slot == kNoName) {
+            slot = static_cast<uint32_t>(m_starts.size() - 1);
+            m_text.insert(m_text.end(), name.begin(), name.end());
+            m_starts.push_back(m_text.size());
+        }
+        return slot;
+    }
+
+    uint32_t Find(const WyString& name) const { return m_slots.empty() ? kNoName : m_slots[Slot(name)]; }
+
+    std::wstring_view Name(uint32_t id) const {
+        return std::wstring_view(m_text.data() + m_starts[id], m_starts[id + 1] - m_starts[id]);
+    }
+
+    uint32_t Size() const { return static_cast<uint32_t>(m_starts.size() - 1); }
+
+    void Seal() {
+        m_text.shrink_to_fit();
+        m_starts.shrink_to_fit();
+        m_sorted.resize(Size());
+        std::iota(m_sorted.begin(), m_sorted.end(), 0u);
+        std::sort(m_sorted.begin(), m_sorted.end(),
+                  [this](uint32_t a, uint32_t b) { return Name(a) < Name(b); });
+    }
+
+    /// The ids of every name `pattern` matches.
+    std::vector<uint32_t> Matching(const WyString& pattern) const {
+        std::vector<uint32_t> ids;
+        if (pattern.find_first_of(L"%_\\") == WyString::npos) {
+            if (const uint32_t id = Find(pattern); id != kNoName)
+                ids.push_back(id);
+        } else if (pattern.size() > kMaxIndexedPatternLength) {
+            for (uint32_t id = 0; id < Size(); ++id)
+                if (MatchesSearchPattern(pattern, WyString(Name(id))))
+                    ids.push_back(id);
         } else {
-            text += "[" + Json(*step.key).dump(-1, ' ', false, Json::error_handler_t::replace) + "]";
+            Narrow(pattern, 0, 0, m_sorted.size(), 0, ids);
+        }
+        return ids;
+    }
+
+private:
+    std::wstring_view Sorted(size_t position) const { return Name(m_sorted[position]); }
+
+    size_t Slot(const WyString& name) const {
+        const size_t mask = m_slots.size() - 1;
+        size_t slot = std::hash<WyString>()(name) & mask;
+        while (m_slots[slot] != kNoName && Name(m_slots[slot]) != name)
+            slot = (slot + 1) & mask;
+        return slot;
+    }
+
+    void Grow() {
+        m_slots.assign(std::max<size_t>(1024, m_slots.size() * 2), kNoName);
+        const size_t mask = m_slots.size() - 1;
+        for (uint32_t id = 0; id < Size(); ++id) {
+            size_t slot = std::hash<std::wstring_view>()(Name(id)) & mask;
+            while (m_slots[slot] != kNoName)
+                slot = (slot + 1) & mask;
+            m_slots[slot] = id;
         }
     }
-    return text.empty() ? "top level" : text;
-}
 
-[[noreturn]] void Fail(const std::string& fileName, const std::string& where, const std::string& what) {
-    const std::string message = "snapshot " + fileName + ": " + where + ": " + what;
+    // Every name in [lo, hi) has the same first `depth` characters, all matching the pattern up to
+    // `patternPos`; sorting then orders the range by the character at `depth`, with the name that
+    // ends there (if any) first. From a "%" or an escape on, the whole pattern decides.
+    void Narrow(const WyString& pattern, size_t patternPos, size_t lo, size_t hi, size_t depth,
+                std::vector<uint32_t>& out) const {
+        while (lo < hi) {
+            if (patternPos == pattern.size()) {
+                if (Sorted(lo).size() == depth)
+                    out.push_back(m_sorted[lo]);
+                return;
+            }
+            const wchar_t c = pattern[patternPos];
+            if (c == L'%' || c == L'\\') {
+                for (size_t pos = lo; pos < hi; ++pos)
+                    if (MatchesSearchPattern(pattern, WyString(Sorted(pos))))
+                        out.push_back(m_sorted[pos]);
+                return;
+            }
+            if (Sorted(lo).size() == depth)
+                ++lo;
+            if (lo == hi)
+                return;
+            if (c == L'_') {
+                while (lo < hi) {
+                    const size_t groupEnd = GroupEnd(lo, hi, depth, Sorted(lo)[depth]);
+                    Narrow(pattern, patternPos + 1, lo, groupEnd, depth + 1, out);
+                    lo = groupEnd;
+                }
+                return;
+            }
+            const auto first =
+                std::lower_bound(m_sorted.begin() + static_cast<std::ptrdiff_t>(lo),
+                                 m_sorted.begin() + static_cast<std::ptrdiff_t>(hi), c,
+                                 [&](uint32_t id, wchar_t ch) { return Name(id)[depth] < ch; });
+            lo = static_cast<size_t>(first - m_sorted.begin());
+            hi = GroupEnd(lo, hi, depth, c);
+            ++patternPos;
+            ++depth;
+        }
+    }
+
+    // The end of the run of names in [lo, hi) whose character at `depth` is `c`.
+    size_t GroupEnd(size_t lo, size_t hi, size_t depth, wchar_t c) const {
+        const auto last = std::upper_bound(m_sorted.begin() + static_cast<std::ptrdiff_t>(lo),
+                                           m_sorted.begin() + static_cast<std::ptrdiff_t>(hi), c,
+                                           [&](wchar_t ch, uint32_t id) { return ch < Name(id)[depth]; });
+        return static_cast<size_t>(last - m_sorted.begin());
+    }
+
+    std::vector<wchar_t> m_text;
+    std::vector<size_t> m_starts;
+    std::vector<uint32_t> m_slots;
+    std::vector<uint32_t> m_sorted;
+};
+
+// Consecutive records of one list whose name fields are the same, from the offset of the first.
+template <size_t N> struct Run {
+    uint64_t begin;
+    uint32_t count;
+    std::array<uint32_t, N> names;
+};
+
+// One indexed list: its runs, and per name field (built on first use) the run numbers ordered by
+// that field's name id, then by position.
+template <size_t N> class RunList {
+public:
+    void Add(uint64_t begin, const std::array<uint32_t, N>& names) {
+        if (!m_runs.empty() && m_runs.back().names == names && m_runs.back().count < UINT32_MAX)
+            ++m_runs.back().count;
+        else
+            m_runs.push_back(Run<N>{begin, 1, names});
+    }
+
+    const Run<N>& operator[](uint32_t run) const { return m_runs[run]; }
+    uint32_t Size() const { return static_cast<uint32_t>(m_runs.size()); }
+
+    std::vector<uint32_t> All() const {
+        std::vector<uint32_t> runs(m_runs.size());
+        std::iota(runs.begin(), runs.end(), 0u);
+        return runs;
+    }
+
+    /// The runs whose field `field` holds one of `ids`, in list order.
+    std::vector<uint32_t> Named(size_t field, const std::vector<uint32_t>& ids) {
+        std::vector<uint32_t>& order = m_byField[field];
+        if (order.empty() && !m_runs.empty()) {
+            order = All();
+            std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+                return m_runs[a].names[field] < m_runs[b].names[field];
+            });
+        }
+        std::vector<uint32_t> runs;
+        for (uint32_t id : ids) {
+            const auto first =
+                std::lower_bound(order.begin(), order.end(), id, [&](uint32_t run, uint32_t name) {
+                    return m_runs[run].names[field] < name;
+                });
+            const auto last = std::upper_bound(first, order.end(), id, [&](uint32_t name, uint32_t run) {
+                return name < m_runs[run].names[field];
+            });
+            runs.insert(runs.end(), first, last);
+        }
+        if (ids.size() > 1)
+            std::sort(runs.begin(), runs.end());
+        return runs;
+    }
+
+private:
+    std::vector<Run<N>> m_runs;
+    std::array<std::vector<uint32_t>, N> m_byField;
+};
+
+// One name argument applied to name ids: a search pattern or an exact name (empty selects
+// every name). Neighbouring runs mostly share their names, so the last answer is remembered.
+class NameFilter {
+public:
+    NameFilter(const NamePool& pool, const WyString& argument, bool pattern)
+        : m_pool(pool), m_argument(argument), m_pattern(pattern),
+          m_any(pattern ? SelectsAll(argument) : argument.empty()),
+          m_exactId(pattern || m_any ? kNoName : pool.Find(argument)) {}
+
+    bool operator()(uint32_t id) {
+        if (m_any)
+            return true;
+        if (!m_pattern)
+            return id == m_exactId;
+        if (id != m_lastId) {
+            m_lastAnswer = MatchesSearchPattern(m_argument, WyString(m_pool.Name(id)));
+            m_lastId = id;
+        }
+        return m_lastAnswer;
+    }
+
+private:
+    const NamePool& m_pool;
+    const WyString& m_argument;
+    const bool m_pattern, m_any;
+    const uint32_t m_exactId;
+    uint32_t m_lastId = kNoName;
+    bool m_lastAnswer = false;
+};
+
+// Selected runs of one list and how far Get has read them. Each list reads through a window of
+// its own, so that a walk that takes turns between the lists does not reread the file each time.
+struct Cursor {
+    std::unique_ptr<snapshot_scan::ByteReader> reader;
+    std::vector<uint32_t> runs;
+    size_t next = 0;
+    uint32_t readInRun = 0;
+    uint64_t resume = 0;
+
+    void Select(std::vector<uint32_t> selected) {
+        runs = std::move(selected);
+        next = 0;
+        readInRun = 0;
+    }
+};
+
+[[noreturn]] void FailFile(const std::string& message) {
     throw ErrorMessage(BaseStringUtil::StringFrom(message.c_str(), SystemUtility::GetMultiByteCodePage()));
 }
-
-// "line 3, column 7" for the parser's count of bytes read: the column is that of the last byte
-// read (the one that showed the error), one past the end for an unexpected end of input.
-std::string DescribePosition(std::string_view text, size_t bytesRead) {
-    size_t line = 1, lineStart = 0;
-    for (size_t pos = 0; pos < std::min(bytesRead, text.size()); ++pos)
-        if (text[pos] == '\n') {
-            ++line;
-            lineStart = pos + 1;
-        }
-    return "line " + std::to_string(line) + ", column " + std::to_string(bytesRead - lineStart);
-}
-
-// The parser's explanation without its exception id and its own position, and with the text it
-// quotes as last read cut to its end: that text runs back to the previous string or number token
-// and may be long.
-std::string ParserExplanation(const std::string& what) {
-    constexpr size_t kQuotedTail = 40;
-    std::string text = what;
-    const size_t idEnd = text.find("] ");
-    if (text.rfind("[json.exception.", 0) == 0 && idEnd != std::string::npos)
-        text.erase(0, idEnd + 2);
-    if (text.rfind("parse error", 0) == 0) {
-        const size_t colon = text.find(": ");
-        if (colon != std::string::npos)
-            text.erase(0, colon + 2);
-    }
-    const std::string opening = "; last read: '";
-    const size_t quoteStart = text.find(opening);
-    if (quoteStart == std::string::npos)
-        return text;
-    const size_t begin = quoteStart + opening.size();
-    size_t end = text.rfind("'; expected ");
-    if (end == std::string::npos || end < begin)
-        end = text.size() - 1;
-    if (end <= begin || end - begin <= kQuotedTail)
-        return text;
-    size_t cut = end - kQuotedTail;
-    while (cut < end && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
-        ++cut;
-    return text.substr(0, begin) + "..." + text.substr(cut);
-}
-
-// Builds the tree like the library's DOM parser, but refuses a field name that its object already
-// holds and remembers where the first failure happened.
-class StrictTreeBuilder : public nlohmann::json_sax<Json> {
-public:
-    StrictTreeBuilder(Json& root, std::string_view text, const std::string& fileName)
-        : m_root(root), m_text(text), m_fileName(fileName) {}
-
-    const std::string& Failure() const { return m_failure; }
-
-    bool null() override { return Add(Json(nullptr)); }
-    bool boolean(bool value) override { return Add(Json(value)); }
-    bool number_integer(number_integer_t value) override { return Add(Json(value)); }
-    bool number_unsigned(number_unsigned_t value) override { return Add(Json(value)); }
-    bool number_float(number_float_t value, const string_t&) override { return Add(Json(value)); }
-    bool string(string_t& value) override { return Add(Json(std::move(value))); }
-    bool binary(binary_t& value) override { return Add(Json(std::move(value))); }
-
-    bool start_object(std::size_t) override { return Open(Json::object()); }
-    bool start_array(std::size_t) override { return Open(Json::array()); }
-    bool end_object() override { return Close(); }
-    bool end_array() override { return Close(); }
-
-    bool key(string_t& name) override {
-        Container& object = m_open.back();
-        if (IsDuplicate(object, name)) {
-            std::vector<PathStep> steps = PathOfOpenContainers();
-            steps.push_back({&name, 0});
-            m_failure = "snapshot " + m_fileName + ": " + RenderPath(steps) + ": duplicate field name";
-            return false;
-        }
-        object.pendingKey = std::move(name);
-        return true;
-    }
-
-    bool parse_error(std::size_t position, const std::string&,
-                     const nlohmann::detail::exception& error) override {
-        m_failure = "snapshot " + m_fileName + ": " + DescribePosition(m_text, position) +
-                    ": invalid JSON: " + ParserExplanation(error.what());
-        return false;
-    }
-
-private:
-    struct Container {
-        Json* value;
-        // How this container was reached from its parent: by this key (held by the parent), or
-        // by `index` when null.
-        const std::string* reachedBy;
-        size_t index;
-        std::string pendingKey;
-        // Built only for objects too large for a linear look-up to stay cheap.
-        std::unique_ptr<std::unordered_set<std::string>> keys;
-    };
-
-    static bool IsDuplicate(Container& object, const std::string& name) {
-        constexpr size_t kLinearLimit = 16;
-        if (!object.keys) {
-            if (object.value->size() < kLinearLimit)
-                return object.value->contains(name);
-            object.keys = std::make_unique<std::unordered_set<std::string>>();
-            for (const auto& item : object.value->items())
-                object.keys->insert(item.key());
-        }
-        return !object.keys->insert(name).second;
-    }
-
-    std::vector<PathStep> PathOfOpenContainers() const {
-        std::vector<PathStep> steps;
-        for (size_t level = 1; level < m_open.size(); ++level)
-            steps.push_back(PathStep{m_open[level].reachedBy, m_open[level].index});
-        return steps;
-    }
-
-    // Places `value` in the innermost open container (or as the root) and returns where it went.
-    // A container's elements stay in place while a child of it is open, so the pointers that
-    // m_open holds stay valid.
-    Json* Place(Json&& value, const std::string*& reachedBy, size_t& index) {
-        reachedBy = nullptr;
-        index = 0;
-        if (m_open.empty()) {
-            m_root = std::move(value);
-            return &m_root;
-        }
-        Container& parent = m_open.back();
-        if (parent.value->is_array()) {
-            index = parent.value->size();
-            parent.value->push_back(std::move(value));
-            return &parent.value->back();
-        }
-        // The key is known to be new, so append without the map's own linear look-up.
-        Json::object_t& object = parent.value->get_ref<Json::object_t&>();
-        object.emplace_back(std::move(parent.pendingKey), std::move(value));
-        reachedBy = &object.back().first;
-        return &object.back().second;
-    }
-
-    bool Add(Json&& value) {
-        const std::string* unusedKey;
-        size_t unusedIndex;
-        Place(std::move(value), unusedKey, unusedIndex);
-        return true;
-    }
-
-    bool Open(Json&& container) {
-        Container entry;
-        entry.value = Place(std::move(container), entry.reachedBy, entry.index);
-        m_open.push_back(std::move(entry));
-        return true;
-    }
-
-    bool Close() {
-        m_open.pop_back();
-        return true;
-    }
-
-    Json& m_root;
-    std::string_view m_text;
-    const std::string& m_fileName;
-    std::vector<Container> m_open;
-    std::string m_failure;
-};
-
-// A place in the tree during the walk: parent link plus the step from the parent.
-struct Path {
-    const Path* parent;
-    PathStep step;
-
-    Path Field(const std::string& key) const { return Path{this, {&key, 0}}; }
-    Path Element(size_t index) const { return Path{this, {nullptr, index}}; }
-
-    std::string Render() const {
-        std::vector<PathStep> steps;
-        for (const Path* node = this; node != nullptr && node->parent != nullptr; node = node->parent)
-            steps.insert(steps.begin(), node->step);
-        return RenderPath(steps);
-    }
-};
-
-const char* KindOf(const Json& value) {
-    switch (value.type()) {
-    case Json::value_t::null:
-        return "null";
-    case Json::value_t::object:
-        return "an object";
-    case Json::value_t::array:
-        return "an array";
-    case Json::value_t::string:
-        return "a string";
-    case Json::value_t::boolean:
-        return "a boolean";
-    case Json::value_t::number_float:
-        return "a fractional number";
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
-        return "an integer";
-    default:
-        return "a value of another kind";
-    }
-}
-
-// Walks the parsed tree into the records, checking every field against its record's layout.
-class SnapshotWalker {
-public:
-    explicit SnapshotWalker(const std::string& fileName) : m_fileName(fileName) {}
-
-    SourceMetadata Walk(const Json& root) {
-        const Path top{nullptr, {nullptr, 0}};
-        RequireKind(root, top, root.is_object(), "an object");
-        const auto format = root.find("format");
-        if (format == root.end())
-            Fail(m_fileName, "format", std::string("missing; expected \"") + kFormatName + "\"");
-        if (!format->is_string() || format->get_ref<const std::string&>() != kFormatName)
-            Fail(m_fileName, "format",
-                 std::string("expected \"") + kFormatName + "\", found " +
-                     format->dump(-1, ' ', false, Json::error_handler_t::replace));
-
-        SourceMetadata metadata;
-        Fields(root, top, [&](const std::string& key, const Json& value, const Path& path) {
-            if (key == "format")
-                return true;
-            for (const snapshot_fields::SectionEntry& entry : snapshot_fields::kSections)
-                if (key == entry.name) {
-                    std::visit([&](auto section) { ReadSection(value, path, metadata, section); },
-                               entry.section);
-                    return true;
-                }
-            return false;
-        });
-        return metadata;
-    }
-
-private:
-    void RequireKind(const Json& value, const Path& path, bool ok, const char* expected) const {
-        if (!ok)
-            Fail(m_fileName, path.Render(), std::string("expected ") + expected + ", found " + KindOf(value));
-    }
-
-    // Calls `onField(key, value, path)` for each field in file order; it answers false for a name
-    // the record does not have.
-    template <class OnField> void Fields(const Json& object, const Path& path, OnField onField) const {
-        RequireKind(object, path, object.is_object(), "an object");
-        for (const auto& item : object.items()) {
-            const Path fieldPath = path.Field(item.key());
-            if (!onField(item.key(), item.value(), fieldPath))
-                Fail(m_fileName, fieldPath.Render(), "unknown field name");
-        }
-    }
-
-    // Fills the fields of `record` that the object names; the others keep their fresh values.
-    template <class Record> void ReadFields(const Json& object, const Path& path, Record& record) const {
-        Fields(object, path, [&](const std::string& key, const Json& value, const Path& fieldPath) {
-            for (const snapshot_fields::Field<Record>& field : snapshot_fields::Layout<Record>::kFields)
-                if (key == field.name) {
-                    std::visit([&](auto member) { Read(value, fieldPath, record.*member); }, field.member);
-                    return true;
-                }
-            return false;
-        });
-    }
-
-    template <class Record> void Read(const Json& array, const Path& path, std::vector<Record>& out) const {
-        RequireKind(array, path, array.is_array(), "an array");
-        out.reserve(array.size());
-        for (size_t index = 0; index < array.size(); ++index) {
-            out.emplace_back();
-            ReadFields(array[index], path.Element(index), out.back());
-        }
-    }
-
-    void Read(const Json& value, const Path& path, WyString& out) const {
-        RequireKind(value, path, value.is_string(), "a string");
-        const std::string& utf8 = value.get_ref<const std::string&>();
-        out.clear();
-        BaseStringUtil::AppendFromUtf8(utf8.data(), utf8.size(), out);
-    }
-
-    void Read(const Json& value, const Path& path, bool& out) const {
-        RequireKind(value, path, value.is_boolean(), "true or false");
-        out = value.get<bool>();
-    }
-
-    void Read(const Json& value, const Path& path, uint16& out) const { Integer(value, path, out); }
-    void Read(const Json& value, const Path& path, uint32& out) const { Integer(value, path, out); }
-    void Read(const Json& value, const Path& path, int32_t& out) const { Integer(value, path, out); }
-
-    template <class Int> void Integer(const Json& value, const Path& path, Int& out) const {
-        using Limits = std::numeric_limits<Int>;
-        auto range = [] { return std::to_string(Limits::min()) + " to " + std::to_string(Limits::max()); };
-        if (!value.is_number_integer())
-            RequireKind(value, path, false, ("an integer from " + range()).c_str());
-        const bool inRange = value.is_number_unsigned()
-                                 ? value.get<uint64_t>() <= static_cast<uint64_t>(Limits::max())
-                                 : value.get<int64_t>() >= static_cast<int64_t>(Limits::min()) &&
-                                       value.get<int64_t>() <= static_cast<int64_t>(Limits::max());
-        if (!inRange)
-            Fail(m_fileName, path.Render(), value.dump() + " is out of range (" + range() + ")");
-        out = value.get<Int>();
-    }
-
-    void Read(const Json& value, const Path& path, WyDataType& out) const {
-        if (value.is_string()) {
-            WyString name;
-            Read(value, path, name);
-            if (!WyDataTypeFromName(name, out))
-                Fail(m_fileName, path.Render(), "unknown data type name " + value.dump());
-            return;
-        }
-        RequireKind(value, path, value.is_number_integer(), "a data type name or number");
-        int32_t number = 0;
-        Integer(value, path, number);
-        out = static_cast<WyDataType>(number);
-    }
-
-    void Read(const Json& array, const Path& path, WyStringVector& out) const {
-        RequireKind(array, path, array.is_array(), "an array");
-        out.assign(array.size(), WyString());
-        for (size_t index = 0; index < array.size(); ++index)
-            Read(array[index], path.Element(index), out[index]);
-    }
-
-    void ReadSection(const Json& value, const Path& path, SourceMetadata& metadata,
-                     snapshot_fields::SourceHeader) const {
-        ReadFields(value, path, metadata);
-    }
-
-    template <class List>
-    void ReadSection(const Json& value, const Path& path, SourceMetadata& metadata,
-                     List SourceMetadata::*member) const {
-        Read(value, path, metadata.*member);
-    }
-
-    void ReadSection(const Json& object, const Path& path, SourceMetadata& metadata,
-                     std::map<WyString, MIColumnPickListFieldVector> SourceMetadata::*member) const {
-        RequireKind(object, path, object.is_object(), "an object");
-        for (const auto& item : object.items()) {
-            WyString name;
-            BaseStringUtil::AppendFromUtf8(item.key().data(), item.key().size(), name);
-            Read(item.value(), path.Field(item.key()), (metadata.*member)[name]);
-        }
-    }
-
-    const std::string& m_fileName;
-};
 
 } // namespace
 
 SourceMetadata ParseSnapshot(const std::string& text, const std::string& fileName) {
-    // The byte order mark is dropped here rather than by the parser so that columns on the first
-    // line count from the first real character.
-    constexpr std::string_view kBom = "\xEF\xBB\xBF";
-    const std::string_view body =
-        std::string_view(text).substr(text.compare(0, kBom.size(), kBom) == 0 ? kBom.size() : 0);
-
-    Json root;
-    StrictTreeBuilder builder(root, body, fileName);
-    if (!Json::sax_parse(body.begin(), body.end(), &builder, Json::input_format_t::json, true, false))
-        throw ErrorMessage(
-            BaseStringUtil::StringFrom(builder.Failure().c_str(), SystemUtility::GetMultiByteCodePage()));
-    return SnapshotWalker(fileName).Walk(root);
+    // The byte order mark is skipped rather than parsed so that columns on the first line count
+    // from the first real character.
+    const uint64_t start = text.compare(0, kBom.size(), kBom) == 0 ? kBom.size() : 0;
+    snapshot_scan::ByteReader reader(text, start);
+    SourceMetadata metadata;
+    snapshot_scan::RecordSink sink(metadata);
+    snapshot_scan::ScanDocument(reader, fileName, metadata, sink);
+    return metadata;
 }
 
-std::unique_ptr<MemoryImport> ReadSnapshotFile(const std::string& path) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    auto fail = [&path](const char* doing) {
-        const std::string message =
-            std::string("cannot ") + doing + " snapshot file " + path + ": " + std::strerror(errno);
-        throw ErrorMessage(
-            BaseStringUtil::StringFrom(message.c_str(), SystemUtility::GetMultiByteCodePage()));
-    };
-    if (file == nullptr)
-        fail("open");
-    std::string text;
-    char buffer[65536];
-    size_t count;
-    while ((count = std::fread(buffer, 1, sizeof buffer, file)) > 0)
-        text.append(buffer, count);
-    const bool readFailed = std::ferror(file) != 0;
-    const int readErrno = errno;
-    std::fclose(file);
-    if (readFailed) {
-        errno = readErrno;
-        fail("read");
+struct SnapshotImport::State {
+    std::string path;
+    int fd = -1;
+    // The header, catalogs, schemas, pick lists and view links, served by the in-memory source.
+    std::shared_ptr<SourceMetadata> held = std::make_shared<SourceMetadata>();
+    std::unique_ptr<MemoryImport> heldSource;
+
+    NamePool names;
+    RunList<4> tables;               // catalog, schema, table, table type
+    RunList<3> columns, primaryKeys; // catalog, schema, table
+    RunList<6> foreignKeys;          // pk catalog, schema, table, fk catalog, schema, table
+    Cursor tableCursor, columnCursor, keyCursor, foreignKeyCursor;
+    WyString columnPattern;
+
+    ~State() {
+        if (fd >= 0)
+            ::close(fd);
     }
-    return std::make_unique<MemoryImport>(std::make_shared<const SourceMetadata>(ParseSnapshot(text, path)));
+
+    template <class Record, size_t N, class Accept>
+    bool Next(const RunList<N>& list, Cursor& cursor, Record& record, Accept accept) {
+        while (cursor.next < cursor.runs.size()) {
+            const Run<N>& run = list[cursor.runs[cursor.next]];
+            if (cursor.readInRun == run.count) {
+                ++cursor.next;
+                cursor.readInRun = 0;
+                continue;
+            }
+            snapshot_scan::ByteReader& reader = *cursor.reader;
+            reader.Seek(cursor.readInRun == 0 ? run.begin : cursor.resume);
+            // A record the filter refuses must not reach the caller: a Get that answers false
+            // leaves its argument alone.
+            Record candidate;
+            snapshot_scan::ReadRecord(reader, path, candidate);
+            cursor.resume = reader.Offset();
+            ++cursor.readInRun;
+            if (accept(candidate)) {
+                record = std::move(candidate);
+                return true;
+            }
+        }
+        return false;
+    }
+};
+
+namespace {
+
+// Keeps what the source holds in memory, and only names and offsets of the rest.
+class IndexSink : public snapshot_scan::RecordSink {
+public:
+    IndexSink(SourceMetadata& held, NamePool& names, RunList<4>& tables, RunList<3>& columns,
+              RunList<3>& keys, RunList<6>& foreignKeys)
+        : RecordSink(held), m_names(names), m_tables(tables), m_columns(columns), m_keys(keys),
+          m_foreignKeys(foreignKeys) {}
+
+    using RecordSink::Add;
+    void Add(MITable&& r, uint64_t begin) override {
+        m_tables.Add(begin, {Id(r.catalog_), Id(r.schema_), Id(r.table_), Id(r.tableType_)});
+    }
+    void Add(MIColumn&& r, uint64_t begin) override {
+        m_columns.Add(begin, {Id(r.catalog_), Id(r.schema_), Id(r.table_)});
+    }
+    void Add(MIPrimaryKey&& r, uint64_t begin) override {
+        m_keys.Add(begin, {Id(r.catalog_), Id(r.schema_), Id(r.table_)});
+    }
+    void Add(MIForeignKey&& r, uint64_t begin) override {
+        m_foreignKeys.Add(begin, {Id(r.pkCatalog_), Id(r.pkSchema_), Id(r.pkTable_), Id(r.fkCatalog_),
+                                  Id(r.fkSchema_), Id(r.fkTable_)});
+    }
+
+private:
+    uint32_t Id(const WyString& name) { return m_names.Intern(name); }
+
+    NamePool& m_names;
+    RunList<4>& m_tables;
+    RunList<3>& m_columns;
+    RunList<3>& m_keys;
+    RunList<6>& m_foreignKeys;
+};
+
+} // namespace
+
+SnapshotImport::SnapshotImport(const std::string& path) : m_state(std::make_unique<State>()) {
+    State& s = *m_state;
+    s.path = path;
+    auto fail = [&path](const char* doing, int error) {
+        FailFile(std::string("cannot ") + doing + " snapshot file " + path + ": " + std::strerror(error));
+    };
+    // Without O_NONBLOCK, opening a pipe would wait for a writer that may never come.
+    s.fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (s.fd < 0)
+        fail("open", errno);
+    struct stat info;
+    if (::fstat(s.fd, &info) != 0)
+        fail("read", errno);
+    if (S_ISDIR(info.st_mode))
+        fail("read", EISDIR);
+    if (!S_ISREG(info.st_mode))
+        FailFile(
+            "cannot read snapshot file " + path +
+            ": not a regular file (a device or a pipe may never end); save the snapshot to a file and name "
+            "that file");
+    const uint64_t size = static_cast<uint64_t>(info.st_size);
+
+    char head[3] = {};
+    const ssize_t headSize = ::pread(s.fd, head, sizeof head, 0);
+    const uint64_t start = headSize == 3 && std::string_view(head, 3) == kBom ? kBom.size() : 0;
+    snapshot_scan::ByteReader scanReader(s.fd, size, start, kScanWindow);
+    IndexSink sink(*s.held, s.names, s.tables, s.columns, s.primaryKeys, s.foreignKeys);
+    snapshot_scan::ScanDocument(scanReader, path, *s.held, sink);
+    for (Cursor* cursor : {&s.tableCursor, &s.columnCursor, &s.keyCursor, &s.foreignKeyCursor})
+        cursor->reader = std::make_unique<snapshot_scan::ByteReader>(s.fd, size, start, kListWindow);
+    s.names.Seal();
+    s.heldSource = std::make_unique<MemoryImport>(s.held);
+}
+
+SnapshotImport::~SnapshotImport() = default;
+
+int32_t SnapshotImport::CallInterface() const {
+    return m_state->held->callInterface;
+}
+
+const std::map<WyString, MIColumnPickListFieldVector>& SnapshotImport::PickLists() const {
+    return m_state->held->pickLists;
+}
+
+void SnapshotImport::OpenConnection(WyString&, WyString&, WyString&, bool) {}
+
+void SnapshotImport::CloseConnection() {}
+
+void SnapshotImport::PrepareForCatalog(WyString& catalog) {
+    m_state->heldSource->PrepareForCatalog(catalog);
+}
+
+void SnapshotImport::PrepareForSchema(WyString& catalog, WyString& schema) {
+    m_state->heldSource->PrepareForSchema(catalog, schema);
+}
+
+void SnapshotImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
+    State& s = *m_state;
+    std::vector<uint32_t> candidates = !SelectsAll(table)    ? s.tables.Named(2, s.names.Matching(table))
+                                       : !SelectsAll(schema) ? s.tables.Named(1, s.names.Matching(schema))
+                                                             : s.tables.All();
+    NameFilter catalogFilter(s.names, catalog, true), schemaFilter(s.names, schema, true),
+        tableFilter(s.names, table, true);
+    uint32_t lastType = kNoName;
+    bool typeSelected = false;
+    std::vector<uint32_t> selected;
+    for (uint32_t run : candidates) {
+        const auto& names = s.tables[run].names;
+        if (names[3] != lastType) {
+            lastType = names[3];
+            typeSelected = TableTypeSelected(tableType, WyString(s.names.Name(lastType)));
+        }
+        if (catalogFilter(names[0]) && schemaFilter(names[1]) && tableFilter(names[2]) && typeSelected)
+            selected.push_back(run);
+    }
+    s.tableCursor.Select(std::move(selected));
+}
+
+void SnapshotImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString& table,
+                                      WyString& column) {
+    State& s = *m_state;
+    std::vector<uint32_t> candidates =
+        !SelectsAll(table) ? s.columns.Named(2, s.names.Matching(table)) : s.columns.All();
+    NameFilter catalogFilter(s.names, catalog, true), schemaFilter(s.names, schema, true),
+        tableFilter(s.names, table, true);
+    std::vector<uint32_t> selected;
+    for (uint32_t run : candidates) {
+        const auto& names = s.columns[run].names;
+        if (catalogFilter(names[0]) && schemaFilter(names[1]) && tableFilter(names[2]))
+            selected.push_back(run);
+    }
+    s.columnCursor.Select(std::move(selected));
+    s.columnPattern = column;
+}
+
+void SnapshotImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
+    State& s = *m_state;
+    std::vector<uint32_t> candidates;
+    if (table.empty())
+        candidates = s.primaryKeys.All();
+    else if (const uint32_t id = s.names.Find(table); id != kNoName)
+        candidates = s.primaryKeys.Named(2, {id});
+    NameFilter catalogFilter(s.names, catalog, false), schemaFilter(s.names, schema, false),
+        tableFilter(s.names, table, false);
+    std::vector<uint32_t> selected;
+    for (uint32_t run : candidates) {
+        const auto& names = s.primaryKeys[run].names;
+        if (catalogFilter(names[0]) && schemaFilter(names[1]) && tableFilter(names[2]))
+            selected.push_back(run);
+    }
+    s.keyCursor.Select(std::move(selected));
+}
+
+void SnapshotImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, WyString& pkTable,
+                                          WyString& fkCatalog, WyString& fkSchema, WyString& fkTable) {
+    State& s = *m_state;
+    std::vector<uint32_t> candidates;
+    if (!fkTable.empty()) {
+        if (const uint32_t id = s.names.Find(fkTable); id != kNoName)
+            candidates = s.foreignKeys.Named(5, {id});
+    } else if (!pkTable.empty()) {
+        if (const uint32_t id = s.names.Find(pkTable); id != kNoName)
+            candidates = s.foreignKeys.Named(2, {id});
+    } else {
+        candidates = s.foreignKeys.All();
+    }
+    NameFilter filters[] = {{s.names, pkCatalog, false}, {s.names, pkSchema, false},
+                            {s.names, pkTable, false},   {s.names, fkCatalog, false},
+                            {s.names, fkSchema, false},  {s.names, fkTable, false}};
+    std::vector<uint32_t> selected;
+    for (uint32_t run : candidates) {
+        const auto& names = s.foreignKeys[run].names;
+        bool accepted = true;
+        for (size_t field = 0; field < 6 && accepted; ++field)
+            accepted = filters[field](names[field]);
+        if (accepted)
+            selected.push_back(run);
+    }
+    s.foreignKeyCursor.Select(std::move(selected));
+}
+
+bool SnapshotImport::Get(MICatalog& record) {
+    return m_state->heldSource->Get(record);
+}
+
+bool SnapshotImport::Get(MISchema& record) {
+    return m_state->heldSource->Get(record);
+}
+
+bool SnapshotImport::Get(MITable& record) {
+    return m_state->Next(m_state->tables, m_state->tableCursor, record, [](const MITable&) { return true; });
+}
+
+bool SnapshotImport::Get(MIColumn& record) {
+    State& s = *m_state;
+    return s.Next(s.columns, s.columnCursor, record, [&](const MIColumn& column) {
+        return MatchesSearchPattern(s.columnPattern, column.columnName_);
+    });
+}
+
+bool SnapshotImport::Get(MIPrimaryKey& record) {
+    return m_state->Next(m_state->primaryKeys, m_state->keyCursor, record,
+                         [](const MIPrimaryKey&) { return true; });
+}
+
+bool SnapshotImport::Get(MIForeignKey& record) {
+    return m_state->Next(m_state->foreignKeys, m_state->foreignKeyCursor, record,
+                         [](const MIForeignKey&) { return true; });
+}
+
+bool SnapshotImport::Get(MIViewLink& record) {
+    return m_state->heldSource->Get(record);
+}
+
+bool SnapshotImport::GetFeatures(SUFeaturesTable& features, TargetType& targetType) {
+    return m_state->heldSource->GetFeatures(features, targetType);
+}
+
+bool SnapshotImport::GetIsTavrinMetadata() {
+    return m_state->heldSource->GetIsTavrinMetadata();
+}
+
+bool SnapshotImport::GetTavrinEAI() {
+    return m_state->heldSource->GetTavrinEAI();
+}
+
+void SnapshotImport::GetPickList(MIColumn& column) {
+    m_state->heldSource->GetPickList(column);
+}
+
+void SnapshotImport::PrepareForViewLink() {
+    m_state->heldSource->PrepareForViewLink();
+}
+
+std::unique_ptr<SnapshotImport> ReadSnapshotFile(const std::string& path) {
+    return std::make_unique<SnapshotImport>(path);
 }

@@ -5,6 +5,7 @@
 #include "import/MIMetaDataImport.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <ostream>
 
 /// Writes every record `source` delivers, in the "udml-snapshot-1" format, to `out`: every field
@@ -16,6 +17,12 @@
 /// source, every other list it holds); the view links. Records a pattern
 /// request delivers for other tables are left to those tables' own turn. `callInterface` is
 /// recorded as the source's call-interface type. Texts are written as UTF-8 (a code unit that is
-/// not a Unicode scalar value becomes U+FFFD). ErrorMessage from the source passes through,
-/// and then nothing has been written.
+/// not a Unicode scalar value becomes U+FFFD). Each list is written as the source delivers it
+/// (primary and foreign keys wait in temporary files while the columns are written), so memory
+/// holds only the listed tables' names and the pick lists. ErrorMessage from the source passes
+/// through, and then `out` holds the capture up to that point.
 void WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::ostream& out);
+
+/// As above, onto `file` as the capture goes. Answers false when a write to `file` failed (errno
+/// then tells why); the walk stops at the next table.
+bool WriteSnapshot(MIMetaDataImport& source, int32_t callInterface, std::FILE* file);

@@ -101,7 +101,7 @@ TEST(CliSelection, SampleThroughOdbcWritesWhatASourceOfTheSelectedTablesWrites) 
         "--connect " + ShellQuote(built.standardOutput.substr(0, built.standardOutput.find('\n')));
     const std::string capture = ScratchPath("selection-sales.json");
     ASSERT_EQ(0, Udmlgen("snapshot " + live + " -o " + capture).exitStatus);
-    const SourceMetadata all = ReadSnapshotFile(capture)->Metadata();
+    const SourceMetadata all = ParseSnapshot(ReadWholeFile(capture), capture);
 
     const std::vector<std::pair<std::string, Kept>> cases = {
         {"--include-table 'order*'",
@@ -126,8 +126,8 @@ TEST(CliSelection, SampleThroughOdbcWritesWhatASourceOfTheSelectedTablesWrites) 
 }
 
 TEST(CliSelection, SnapshotWithCatalogsAndViewLinksWritesWhatASourceOfTheSelectedObjectsWrites) {
-    SourceMetadata all =
-        ReadSnapshotFile(std::string(UDML_SOURCE_DIR) + "/tests/hardening/data/warehouse.json")->Metadata();
+    const std::string kWarehouse = std::string(UDML_SOURCE_DIR) + "/tests/hardening/data/warehouse.json";
+    SourceMetadata all = ParseSnapshot(ReadWholeFile(kWarehouse), kWarehouse);
     // Over the application-framework interface, so that the view links become joins.
     all.callInterface = ServerInfo::kCLI_ZEL_HTTP;
     auto link = [](const wchar_t* source, const wchar_t* destination, const wchar_t* column) {

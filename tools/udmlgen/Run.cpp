@@ -13,7 +13,9 @@
 #include "platform/repository/UdmlReader.h"
 
 #include <iostream>
+#include <ostream>
 #include <sstream>
+#include <streambuf>
 #include <unistd.h>
 
 namespace udmlgen {
@@ -184,6 +186,40 @@ int Generate(const Options& options) {
     return status;
 }
 
+namespace {
+
+// Hands what a stream writes to the output file in blocks.
+class OutputBuffer : public std::streambuf {
+public:
+    explicit OutputBuffer(OutputFile& output) : m_output(output) { setp(m_block, m_block + sizeof m_block); }
+    ~OutputBuffer() override { sync(); }
+    size_t Written() const { return m_written + static_cast<size_t>(pptr() - pbase()); }
+
+protected:
+    int_type overflow(int_type c) override {
+        if (sync() != 0)
+            return traits_type::eof();
+        if (!traits_type::eq_int_type(c, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(c);
+            pbump(1);
+        }
+        return traits_type::not_eof(c);
+    }
+    int sync() override {
+        const size_t length = static_cast<size_t>(pptr() - pbase());
+        m_written += length;
+        setp(m_block, m_block + sizeof m_block);
+        return length == 0 || m_output.Write(m_block, length) ? 0 : -1;
+    }
+
+private:
+    OutputFile& m_output;
+    char m_block[1 << 16];
+    size_t m_written = 0;
+};
+
+} // namespace
+
 int CaptureSnapshot(const Options& options) {
     Log log(options.verbosity);
     RefuseToReplaceInputs(options.outputFile, Inputs(options));
@@ -191,23 +227,25 @@ int CaptureSnapshot(const Options& options) {
     log.Phase("opened the source: " + source.description);
     OutputFile output(options.outputFile);
     output.Open();
-    std::ostringstream json;
+    // The capture goes to the output as it is read, so memory stays flat however large the source.
+    OutputBuffer buffer(output);
+    std::ostream json(&buffer);
     try {
         WriteSnapshot(*source.import, source.cliType, json);
+        json.flush();
     } catch (const ErrorMessage& error) {
+        json.flush();
         Log::Error("capture failed", std::vector<WyString>(error.Messages().begin(), error.Messages().end()));
         output.Finish(false);
         return kExitFailure;
     }
     source.import->CloseConnection();
     log.Phase("read the source");
-    const std::string text = json.str();
-    output.Write(text.data(), text.size());
     const bool written = output.Finish(ReceivedSignal() == 0 && !output.Failed());
     if (ReceivedSignal() != 0)
         return 128 + ReceivedSignal();
     if (written)
-        log.Note("wrote a snapshot of " + std::to_string(text.size()) + " bytes to " + output.Name());
+        log.Note("wrote a snapshot of " + std::to_string(buffer.Written()) + " bytes to " + output.Name());
     return written ? 0 : kExitFailure;
 }
 

@@ -50,19 +50,21 @@ std::string AskPassword(const std::string& user) {
 
 Source OpenSnapshot(const std::string& path) {
     Source source;
-    std::unique_ptr<MemoryImport> snapshot;
     if (path == "-") {
         const std::string text((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
         if (std::cin.bad())
             throw ErrorMessage(L"cannot read the snapshot from standard input");
-        snapshot = std::make_unique<MemoryImport>(
+        auto snapshot = std::make_unique<MemoryImport>(
             std::make_shared<const SourceMetadata>(ParseSnapshot(text, "standard input")));
+        source.cliType = static_cast<CLIType>(snapshot->Metadata().callInterface);
+        source.import = std::move(snapshot);
+        source.description = "snapshot from standard input";
     } else {
-        snapshot = ReadSnapshotFile(path);
+        std::unique_ptr<SnapshotImport> snapshot = ReadSnapshotFile(path);
+        source.cliType = static_cast<CLIType>(snapshot->CallInterface());
+        source.import = std::move(snapshot);
+        source.description = "snapshot " + path;
     }
-    source.cliType = static_cast<CLIType>(snapshot->Metadata().callInterface);
-    source.description = "snapshot " + (path == "-" ? std::string("from standard input") : path);
-    source.import = std::move(snapshot);
     return source;
 }
 
