@@ -87,8 +87,9 @@ void Connect(Handle& environment, Handle& connection, const WyString& source, co
     connection.Allocate(SQL_HANDLE_DBC, environment.Get(), SQL_HANDLE_ENV, context);
     // A server that does not answer must end in a message, not a hang. Drivers that cannot
     // time out a login refuse the attribute; they connect without it.
+    const unsigned loginSeconds = Timeout() != 0 ? Timeout() : 15;
     SQLSetConnectAttrW(connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
-                       reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(15)), 0);
+                       reinterpret_cast<SQLPOINTER>(static_cast<uintptr_t>(loginSeconds)), 0);
     SQLRETURN rc;
     if (source.find(L'=') != WyString::npos) {
         WideArg text(AppendCredentials(source, user, password));

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "import/MIRecords.h"
+#include "import/odbc/Cancellation.h"
 #include "import/odbc/Utf16.h"
 #include "platform/ErrorMessage.h"
 #include "platform/WyString.h"
@@ -55,9 +56,13 @@ public:
         }
         m_type = type;
         m_handle = handle;
+        if (type == SQL_HANDLE_STMT) {
+            m_cancellable.Register(handle); // an interrupted run starts no further statement
+        }
     }
     void Reset() noexcept {
         if (m_handle != SQL_NULL_HANDLE) {
+            m_cancellable.Release();
             SQLFreeHandle(m_type, m_handle);
             m_handle = SQL_NULL_HANDLE;
         }
@@ -67,6 +72,7 @@ public:
 private:
     SQLSMALLINT m_type = 0;
     SQLHANDLE m_handle = SQL_NULL_HANDLE;
+    CancellableStatement m_cancellable;
 };
 
 // A text argument of a wide entry point: NUL-terminated UTF-16, or NULL.

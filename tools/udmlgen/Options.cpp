@@ -1,6 +1,7 @@
 // Command-line parsing of udmlgen with CLI11: every malformed option becomes a UsageError that
 // names the option, so that the command exits with status 2 and a one-line message.
 #include "Options.h"
+#include "SourceGuard.h"
 
 #include "platform/repository/SMPTypeIDDatabase.h"
 
@@ -53,6 +54,7 @@ void AddSourceOptions(CLI::App& command, Options& options) {
     command.add_option("--snapshot", options.snapshotFile, "snapshot file to read instead of a live source");
     command.add_option("--user", options.user, "user name (password from UDMLGEN_PASSWORD)");
     command.add_option("-o,--output", options.outputFile, "write there instead of standard output");
+    AddTimeoutOption(command, options);
 }
 
 } // namespace

@@ -25,7 +25,8 @@ struct Options {
     std::vector<std::string> existingFiles;
     std::vector<std::pair<std::string, std::string>> joinWithinModule; // module, ";"-separated views
     bool viewLinks = false;
-    std::string outputFile; // empty: standard output
+    std::string outputFile;      // empty: standard output
+    unsigned timeoutSeconds = 0; // login and query timeout; 0: none
 };
 
 /// Thrown for a usage error; the message says what is wrong with which option.

@@ -1,8 +1,11 @@
 // udmlgen: drives the generator over an ODBC source or a snapshot file and streams the UDML it
 // writes to standard output or a file. Messages go to standard error, never to the output.
+#include "Interruptions.h"
 #include "Options.h"
+#include "SourceGuard.h"
 
 #include "SMUOdbcGenerator.h"
+#include "import/failures/FailureRecordingImport.h"
 #include "import/snapshot/SnapshotImport.h"
 #include "import/snapshot/SnapshotWriter.h"
 #include "platform/repository/UdmlReader.h"
@@ -25,19 +28,6 @@ namespace {
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
-
-std::atomic<CUdmlGenerator*> g_generator{nullptr};
-volatile std::sig_atomic_t g_signal = 0;
-
-// Stops the walk at its next check; the main flow then flushes what was written and exits.
-extern "C" void OnSignal(int signal) {
-    g_signal = signal;
-    CUdmlGenerator* generator = g_generator.load();
-    // Before the walk starts nothing has been written, so there is nothing to keep.
-    if (generator == nullptr)
-        _exit(128 + signal);
-    generator->Abort();
-}
 
 WyString Wide(const std::string& text) {
     return BaseStringUtil::StringFrom(text.c_str(), SystemUtility::GetMultiByteCodePage());
@@ -228,20 +218,24 @@ int Generate(const udmlgen::Options& options) {
     if (isatty(STDERR_FILENO))
         sink.EnableProgress();
 
-    CUdmlGenerator generator(&repository, source.import.get(), Wide(options.connect), database,
-                             Wide(options.user), L"", source.cliType);
+    // The generator ends a listing quietly when the source fails; the wrapper keeps the failures
+    // so that the run cannot end in success with less than the source holds.
+    FailureRecordingImport watched(*source.import);
+    CUdmlGenerator generator(&repository, &watched, Wide(options.connect), database, Wide(options.user), L"",
+                             source.cliType);
     generator.SetOuput(&sink);
     generator.SetTableType(options.tableTypes);
-    g_generator.store(&generator);
+    watched.OnConnectionLost([&generator] { generator.Abort(); });
+    udmlgen::Walking(&generator, file);
 
     WyString errorText;
     // A request clears the abort flag as it starts, so a signal that came before it is honoured here.
-    bool succeeded = g_signal == 0 &&
+    bool succeeded = udmlgen::ReceivedSignal() == 0 &&
                      generator.GenerateUdml(options.requestType, Wide(options.catalog), Wide(options.schema),
                                             Wide(options.table), Wide(options.tableUri), Wide(options.column),
                                             Wide(options.foreignKey), Wide(options.baseTable), errorText,
                                             options.depth, options.generateMask, false);
-    if (succeeded && options.viewLinks && g_signal == 0) {
+    if (succeeded && options.viewLinks && udmlgen::ReceivedSignal() == 0 && !watched.HasFailures()) {
         try {
             UdmlReader::ReadText(repository, sink.KeptText(), "the generated output");
             const RepositoryNames names = CollectRepositoryNames(repository, database);
@@ -255,15 +249,19 @@ int Generate(const udmlgen::Options& options) {
                 error.Messages().empty() ? L"reading back the output failed" : error.Messages().front();
         }
     }
-    g_generator.store(nullptr);
+    udmlgen::Walking(nullptr, nullptr);
     sink.ReportProgress(true);
     generator.SetImport(nullptr); // the source is ours, not the generator's
     source.import->CloseConnection();
 
     const int closeStatus = CloseOutput(file, options.outputFile, sink.WriteFailed());
-    if (g_signal != 0) {
+    if (udmlgen::ReceivedSignal() != 0) {
         std::cerr << "udmlgen: interrupted; the output holds what was written until then\n";
-        return 128 + g_signal;
+        return 128 + udmlgen::ReceivedSignal();
+    }
+    if (watched.HasFailures()) {
+        udmlgen::ReportSourceFailures(watched.Failures());
+        return kExitFailure;
     }
     if (!succeeded) {
         PrintError("generation failed", Lines(errorText));
@@ -290,11 +288,8 @@ int main(int argc, char** argv) {
     if (!options)
         return 0;
 
-    struct sigaction action {};
-    action.sa_handler = OnSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    udmlgen::InstallInterruptHandling(udmlgen::CancelRunningSourceCalls);
+    udmlgen::ApplySourceLimits(*options);
 
     try {
         return options->captureSnapshot ? CaptureSnapshot(*options) : Generate(*options);

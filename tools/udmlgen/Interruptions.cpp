@@ -1,0 +1,126 @@
+// The signal watcher of udmlgen. A signal handler may call only async-signal-safe functions, and a
+// driver blocked in a call to the server returns only when something outside it acts: so the
+// handler writes the signal's number to a pipe, and a thread that waits on the pipe does the work.
+#include "Interruptions.h"
+
+#include "SMUOdbcGenerator.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <unistd.h>
+
+namespace udmlgen {
+namespace {
+
+int g_pipe[2] = {-1, -1};
+volatile std::sig_atomic_t g_signal = 0;
+
+std::mutex g_mutex;
+CUdmlGenerator* g_generator = nullptr;
+std::FILE* g_output = nullptr;
+bool g_walking = false;
+std::function<void()> g_cancel;
+
+extern "C" void OnSignal(int signal) {
+    const int saved = errno;
+    if (g_signal == 0)
+        g_signal = signal;
+    const char byte = static_cast<char>(signal);
+    // A full pipe means the watcher is already awake; nothing more to say.
+    [[maybe_unused]] const ssize_t written = write(g_pipe[1], &byte, 1);
+    errno = saved;
+}
+
+void Say(const char* text) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, std::strlen(text));
+}
+
+// Runs the cancellation on a thread of its own: a driver manager may make SQLCancel wait, and the
+// watcher must keep its deadline.
+void CancelInBackground(std::function<void()> cancel, std::chrono::milliseconds wait) {
+    if (!cancel) {
+        return;
+    }
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    std::thread([cancel = std::move(cancel), done] {
+        cancel();
+        done->store(true);
+    }).detach();
+    const auto deadline = std::chrono::steady_clock::now() + wait;
+    while (!done->load() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+void Watch() {
+    char byte = 0;
+    while (read(g_pipe[0], &byte, 1) < 0 && errno == EINTR) {
+    }
+    const int signal = g_signal != 0 ? static_cast<int>(g_signal) : SIGTERM;
+    std::function<void()> cancel;
+    bool walking = false;
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        walking = g_walking;
+        if (g_generator != nullptr)
+            g_generator->Abort();
+        cancel = g_cancel;
+    }
+    if (!walking) {
+        CancelInBackground(std::move(cancel), std::chrono::milliseconds(200));
+        _exit(128 + signal);
+    }
+    const auto start = std::chrono::steady_clock::now();
+    CancelInBackground(std::move(cancel), std::chrono::milliseconds(600));
+    std::this_thread::sleep_until(start + std::chrono::milliseconds(900));
+    // The main flow would have exited by now; a driver holds it. Keep what was written: the output
+    // is flushed unless the main flow is in the middle of writing to it.
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_output != nullptr && ftrylockfile(g_output) == 0) {
+            std::fflush(g_output);
+            funlockfile(g_output);
+        }
+    }
+    Say("udmlgen: interrupted; the data source did not give up its running call, so udmlgen left it; "
+        "the output holds what was written until then\n");
+    _exit(128 + signal);
+}
+
+} // namespace
+
+void InstallInterruptHandling(std::function<void()> cancel) {
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_cancel = std::move(cancel);
+    }
+    if (pipe(g_pipe) != 0)
+        return; // without the pipe, the default action of the signals ends the process
+    std::thread(Watch).detach();
+    struct sigaction action {};
+    action.sa_handler = OnSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void Walking(CUdmlGenerator* generator, std::FILE* output) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_walking = true;
+    g_generator = generator;
+    g_output = output;
+    // A signal that came before the generator was known must still stop it.
+    if (generator != nullptr && g_signal != 0)
+        generator->Abort();
+}
+
+int ReceivedSignal() {
+    return g_signal;
+}
+
+} // namespace udmlgen
