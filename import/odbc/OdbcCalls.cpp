@@ -1,6 +1,10 @@
+// The plumbing under the ODBC import source: diagnostics, the data source to connect to, and the
+// connection itself.
 #include "import/odbc/OdbcCalls.h"
 
 #include "import/odbc/OdbcRules.h"
+
+#include <algorithm>
 
 namespace odbc {
 
@@ -78,8 +82,33 @@ void Check(SQLRETURN rc, const WyString& context, SQLSMALLINT handleType, SQLHAN
     }
 }
 
-void Connect(Handle& environment, Handle& connection, const WyString& source, const WyString& user,
-             const WyString& password, const WyString& context) {
+DataSource::DataSource(const WyString& source, const WyString& user, const WyString& password)
+    : m_source(source), m_user(user), m_password(password),
+      m_isConnectionString(source.find(L'=') != WyString::npos) {
+    if (m_isConnectionString) {
+        m_connectionString = AppendCredentials(source, user, password);
+    }
+}
+
+WyString DataSource::Describe() const {
+    if (m_isConnectionString) {
+        return L"connecting with the connection string " + Quoted(HidePasswords(m_connectionString));
+    }
+    return L"connecting to the data source " + Quoted(m_source) +
+           (m_user.empty() ? WyString() : L" as user " + Quoted(m_user));
+}
+
+void DataSource::Forget() noexcept {
+    std::fill(m_password.begin(), m_password.end(), L'\0');
+    std::fill(m_connectionString.begin(), m_connectionString.end(), L'\0');
+    m_source.clear();
+    m_user.clear();
+    m_password.clear();
+    m_connectionString.clear();
+    m_isConnectionString = false;
+}
+
+void Connect(Handle& environment, Handle& connection, const DataSource& source, const WyString& context) {
     environment.Allocate(SQL_HANDLE_ENV, SQL_NULL_HANDLE, 0, context);
     Check(SQLSetEnvAttr(environment.Get(), SQL_ATTR_ODBC_VERSION,
                         reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(SQL_OV_ODBC3)), 0),
@@ -91,47 +120,18 @@ void Connect(Handle& environment, Handle& connection, const WyString& source, co
     SQLSetConnectAttrW(connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
                        reinterpret_cast<SQLPOINTER>(static_cast<uintptr_t>(loginSeconds)), 0);
     SQLRETURN rc;
-    if (source.find(L'=') != WyString::npos) {
-        WideArg text(AppendCredentials(source, user, password));
+    if (source.IsConnectionString()) {
+        WideArg text(source.ConnectionString());
         rc = SQLDriverConnectW(connection.Get(), nullptr, text.Data(), text.Length(), nullptr, 0, nullptr,
                                SQL_DRIVER_NOPROMPT);
     } else {
-        WideArg dsn(source);
-        WideArg userArg = NullIfEmpty(user);
-        WideArg passwordArg = NullIfEmpty(password);
+        WideArg dsn(source.Name());
+        WideArg userArg = NullIfEmpty(source.User());
+        WideArg passwordArg = NullIfEmpty(source.Password());
         rc = SQLConnectW(connection.Get(), dsn.Data(), dsn.Length(), userArg.Data(), userArg.Length(),
                          passwordArg.Data(), passwordArg.Length());
     }
     Check(rc, context, SQL_HANDLE_DBC, connection.Get());
-}
-
-MIPrimaryKey PrimaryKeyRow(Row& row) {
-    MIPrimaryKey key;
-    key.catalog_ = row.Text(1);        // catalog_ <- TABLE_CAT
-    key.schema_ = row.Text(2);         // schema_ <- TABLE_SCHEM
-    key.table_ = row.Text(3);          // table_ <- TABLE_NAME
-    key.columnName_ = row.Text(4);     // columnName_ <- COLUMN_NAME
-    key.keySequence_ = row.Small(5);   // keySequence_ <- KEY_SEQ
-    key.primaryKeyName_ = row.Text(6); // primaryKeyName_ <- PK_NAME
-    return key;
-}
-
-MIForeignKey ForeignKeyRow(Row& row) {
-    MIForeignKey key;
-    key.pkCatalog_ = row.Text(1);       // pkCatalog_ <- PKTABLE_CAT
-    key.pkSchema_ = row.Text(2);        // pkSchema_ <- PKTABLE_SCHEM
-    key.pkTable_ = row.Text(3);         // pkTable_ <- PKTABLE_NAME
-    key.pkColumnName_ = row.Text(4);    // pkColumnName_ <- PKCOLUMN_NAME
-    key.fkCatalog_ = row.Text(5);       // fkCatalog_ <- FKTABLE_CAT
-    key.fkSchema_ = row.Text(6);        // fkSchema_ <- FKTABLE_SCHEM
-    key.fkTable_ = row.Text(7);         // fkTable_ <- FKTABLE_NAME
-    key.fkColumnName_ = row.Text(8);    // fkColumnName_ <- FKCOLUMN_NAME
-    key.keySequence_ = row.Small(9);    // keySequence_ <- KEY_SEQ
-    key.updateRule_ = row.Small(10);    // updateRule_ <- UPDATE_RULE
-    key.deleteRule_ = row.Small(11);    // deleteRule_ <- DELETE_RULE
-    key.foreignKeyName_ = row.Text(12); // foreignKeyName_ <- FK_NAME
-    key.primaryKeyName_ = row.Text(13); // primaryKeyName_ <- PK_NAME
-    return key;
 }
 
 } // namespace odbc

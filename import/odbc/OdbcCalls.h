@@ -101,10 +101,40 @@ inline WideArg NullIfEmpty(const WyString& text) {
     return text.empty() ? WideArg() : WideArg(text);
 }
 
-// Opens `connection` (under a new `environment`) to `source`: a connection string when it contains
-// "=", with the user and password appended, otherwise a data source name. Throws with `context`.
-void Connect(Handle& environment, Handle& connection, const WyString& source, const WyString& user,
-             const WyString& password, const WyString& context);
+// Where to connect, decided once from what the caller gave: a connection string when the text
+// contains "=" (the user and password then appended to it), otherwise a data source name with the
+// user and password beside it. Every place that connects is handed this value.
+class DataSource {
+public:
+    DataSource() = default;
+    DataSource(const WyString& source, const WyString& user, const WyString& password);
+    DataSource(const DataSource&) = default;
+    DataSource& operator=(const DataSource&) = default;
+    ~DataSource() { Forget(); }
+
+    bool Empty() const { return m_source.empty(); }
+    bool IsConnectionString() const { return m_isConnectionString; }
+    // The connection string with the credentials appended; empty for a data source name.
+    const WyString& ConnectionString() const { return m_connectionString; }
+    const WyString& Name() const { return m_source; }
+    const WyString& User() const { return m_user; }
+    const WyString& Password() const { return m_password; }
+    // What is being connected to, passwords hidden: "connecting to the data source ..." or
+    // "connecting with the connection string ...".
+    WyString Describe() const;
+    // Wipes the password and forgets the rest.
+    void Forget() noexcept;
+
+private:
+    WyString m_source;
+    WyString m_user;
+    WyString m_password;
+    bool m_isConnectionString = false;
+    WyString m_connectionString;
+};
+
+// Opens `connection` (under a new `environment`) to `source`. Throws with `context`.
+void Connect(Handle& environment, Handle& connection, const DataSource& source, const WyString& context);
 
 // Reads the columns of the current row, in ascending order.
 class Row {
@@ -183,13 +213,14 @@ private:
     const WyString& m_context;
 };
 
-// Runs `sql` and calls `take(row)` for every row of its result.
-template <typename Take>
-void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, Take take) {
+// Allocates a statement on `connection`, runs `call(statement)` (a catalog function or a query),
+// checks its result and calls `take(row)` for every row. A call that yields no result set (no data,
+// or a command) takes nothing.
+template <typename Call, typename Take>
+void RunCatalogCall(SQLHDBC connection, const WyString& context, Call call, Take take) {
     Handle statement;
     statement.Allocate(SQL_HANDLE_STMT, connection, SQL_HANDLE_DBC, context);
-    WideArg text(sql);
-    SQLRETURN rc = SQLExecDirectW(statement.Get(), text.Data(), SQL_NTS);
+    SQLRETURN rc = call(statement.Get());
     if (rc == SQL_NO_DATA) {
         return;
     }
@@ -197,7 +228,7 @@ void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, 
     SQLSMALLINT resultColumns = 0;
     Check(SQLNumResultCols(statement.Get(), &resultColumns), context, SQL_HANDLE_STMT, statement.Get());
     if (resultColumns == 0) {
-        return; // a command, not a query
+        return;
     }
     while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
         Row row(statement.Get(), context);
@@ -208,9 +239,13 @@ void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, 
     }
 }
 
-// One row of SQLPrimaryKeys, or of a query with the same result columns.
-MIPrimaryKey PrimaryKeyRow(Row& row);
-// One row of SQLForeignKeys, or of a query with the same result columns.
-MIForeignKey ForeignKeyRow(Row& row);
+// Runs `sql` and calls `take(row)` for every row of its result.
+template <typename Take>
+void RunQuery(SQLHDBC connection, const WyString& sql, const WyString& context, Take take) {
+    WideArg text(sql);
+    RunCatalogCall(
+        connection, context,
+        [&text](SQLHSTMT statement) { return SQLExecDirectW(statement, text.Data(), SQL_NTS); }, take);
+}
 
 } // namespace odbc

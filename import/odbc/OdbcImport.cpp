@@ -4,11 +4,14 @@
 #include "import/odbc/OdbcImport.h"
 
 #include "import/SearchPattern.h"
+#include "import/odbc/CatalogRows.h"
+#include "import/odbc/KeyPrefetch.h"
 #include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
 #include "import/odbc/PostgresCatalog.h"
 #include "import/odbc/SchemaRows.h"
 #include "import/odbc/Utf16.h"
+#include "import/odbc/WholeSchemaCache.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -107,12 +110,6 @@ WideArg LiteralArgument(const WyString& pattern) {
     }
     return NullIfEmpty(literal);
 }
-
-struct TableRef {
-    WyString catalog;
-    WyString schema;
-    WyString table;
-};
 
 // One kind of listing with its own statement. A listing may run the catalog function once, or
 // once per table of a list (keys of every table), moving on when a table's rows are used up.
@@ -245,139 +242,6 @@ enum class Dialect {
     Postgres,    // psqlODBC: pg_catalog queries for columns and keys
 };
 
-// The column values that depend on the column's type rather than on its name, shared by the many
-// columns of one type.
-struct ColumnShape {
-    WyString catalog;
-    int32_t dataType = 0;
-    WyString typeName;
-    uint32 precision = 0;
-    uint32 length = 0;
-    uint16 scale = 0;
-    uint16 radix = 0;
-    uint16 nullable = 0;
-
-    bool operator<(const ColumnShape& other) const {
-        return std::tie(catalog, dataType, typeName, precision, length, scale, radix, nullable) <
-               std::tie(other.catalog, other.dataType, other.typeName, other.precision, other.length,
-                        other.scale, other.radix, other.nullable);
-    }
-};
-
-struct CachedColumn {
-    WyString name;
-    WyString remarks;
-    uint32_t shape = 0;
-};
-
-// One kind's whole-schema rows, with the bookkeeping that decides when to read them; a schema
-// whose read failed is served by the per-table calls from then on. A schema is read on the request
-// for a second table of it, so that a request for one table costs no read of the whole schema.
-template <typename Row> struct BulkCache {
-    SchemaRows<Row> rows;
-    TableRef pending; // catalog and schema of the last request not served from memory
-    bool hasPending = false;
-    TableRef failed;
-    bool hasFailed = false;
-
-    void Clear() {
-        rows = SchemaRows<Row>();
-        hasPending = false;
-        hasFailed = false;
-    }
-
-    // True when the rows of (catalog, schema) are in memory, reading them with `load` when due.
-    template <typename Load>
-    bool Use(const WyString& catalog, const WyString& schema, const WyString& table, size_t& reads,
-             Load load) {
-        if (rows.Holds(catalog, schema)) {
-            return true;
-        }
-        if (rows.IsLoaded()) {
-            rows = SchemaRows<Row>(); // another schema: its rows are no longer wanted
-        }
-        if (hasFailed && failed.catalog == catalog && failed.schema == schema) {
-            return false;
-        }
-        if (!hasPending || pending.catalog != catalog || pending.schema != schema || pending.table == table) {
-            pending = TableRef{catalog, schema, table};
-            hasPending = true;
-            return false;
-        }
-        try {
-            rows.Reset(catalog, schema);
-            load(rows);
-            rows.Loaded();
-            ++reads;
-            return true;
-        } catch (const ErrorMessage&) {
-            // The per-table calls still answer, and report whatever is really wrong.
-            rows = SchemaRows<Row>();
-            failed = TableRef{catalog, schema, WyString()};
-            hasFailed = true;
-            return false;
-        }
-    }
-};
-
-// Records answered from memory, handed out by Get in turn.
-template <typename Record> struct Served {
-    std::vector<Record> records;
-    size_t next = 0;
-    bool active = false;
-
-    void Stop() {
-        records.clear();
-        next = 0;
-        active = false;
-    }
-    void Start() {
-        Stop();
-        active = true;
-    }
-    bool Get(Record& record) {
-        if (next >= records.size()) {
-            return false;
-        }
-        record = std::move(records[next++]);
-        return true;
-    }
-};
-
-// Reads one SQLColumns row (of `statement`) into its parts.
-void ReadColumnRow(Row& row, TableRef& table, CachedColumn& column, ColumnShape& shape) {
-    shape.catalog = row.Text(1); // TABLE_CAT
-    table.catalog = shape.catalog;
-    table.schema = row.Text(2);        // TABLE_SCHEM
-    table.table = row.Text(3);         // TABLE_NAME
-    column.name = row.Text(4);         // COLUMN_NAME
-    shape.dataType = row.Signed(5);    // DATA_TYPE, mapped with TYPE_NAME by MakeColumn
-    shape.typeName = row.Text(6);      // TYPE_NAME
-    shape.precision = row.Unsigned(7); // COLUMN_SIZE
-    shape.length = row.Unsigned(8);    // BUFFER_LENGTH
-    shape.scale = row.Small(9);        // DECIMAL_DIGITS
-    shape.radix = row.Small(10);       // NUM_PREC_RADIX
-    shape.nullable = row.Small(11);    // NULLABLE
-    column.remarks = row.Text(12);     // REMARKS
-}
-
-MIColumn MakeColumn(const TableRef& table, const CachedColumn& cached, const ColumnShape& shape) {
-    MIColumn column;
-    column.catalog_ = shape.catalog;
-    column.schema_ = table.schema;
-    column.table_ = table.table;
-    column.columnName_ = cached.name;
-    column.dataType_ = MapOdbcDataType(shape.dataType, shape.typeName);
-    column.typeName_ = shape.typeName;
-    column.precision_ = shape.precision;
-    column.length_ = shape.length;
-    column.scale_ = shape.scale;
-    column.radix_ = shape.radix;
-    column.nullable_ = shape.nullable;
-    column.remarks_ = cached.remarks;
-    return column;
-}
-
 } // namespace
 
 struct OdbcImport::State {
@@ -409,17 +273,7 @@ struct OdbcImport::State {
     // Whole-schema reads, and what they answer.
     Dialect dialect = Dialect::Plain;
     bool perTableOnly = false;
-    size_t bulkReads = 0;
-    BulkCache<CachedColumn> columnCache;
-    std::vector<ColumnShape> shapes;
-    std::map<ColumnShape, uint32_t> shapeIndex;
-    // The driver's shape of each kind of PostgreSQL column met so far (kinds are what the column
-    // query reads), so that the driver is asked about each kind once per connection.
-    std::map<WyString, uint32_t> pgShapeOfKind;
-    std::map<WyString, char> relationsNotRead; // of the schema in columnCache
-    BulkCache<MIPrimaryKey> primaryKeyCache;
-    std::set<WyString> pkeyIndexNames; // of the schema in primaryKeyCache
-    BulkCache<MIForeignKey> foreignKeyCache;
+    WholeSchemaCache cache;
     Served<MIColumn> servedColumns;
     Served<MIPrimaryKey> servedPrimaryKeys;
     Served<MIForeignKey> servedForeignKeys;
@@ -436,14 +290,7 @@ struct OdbcImport::State {
             SQLDisconnect(connection.Get());
             connected = false;
         }
-        columnCache.Clear();
-        shapes.clear();
-        shapeIndex.clear();
-        pgShapeOfKind.clear();
-        relationsNotRead.clear();
-        primaryKeyCache.Clear();
-        pkeyIndexNames.clear();
-        foreignKeyCache.Clear();
+        cache.Clear();
         servedColumns.Stop();
         servedPrimaryKeys.Stop();
         servedForeignKeys.Stop();
@@ -462,113 +309,65 @@ struct OdbcImport::State {
         return connection.Get();
     }
 
-    uint32_t ShapeOf(const ColumnShape& shape) {
-        const auto found = shapeIndex.emplace(shape, static_cast<uint32_t>(shapes.size()));
-        if (found.second) {
-            shapes.push_back(shape);
-        }
-        return found.first->second;
-    }
-
     // Every column of every table of the catalog and schema (patterns) through one SQLColumns.
     void LoadColumnsWhole(SchemaRows<CachedColumn>& rows, const WyString& catalog, const WyString& schema) {
         const WyString where = NamePath({&catalog, &schema});
         const WyString context =
             L"reading the columns of every table" + (where.empty() ? WyString() : L" of " + where);
-        Handle statement;
-        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
         WideArg catalogArg = LiteralArgument(catalog);
         WideArg schemaArg = PatternArgument(schema);
         WideArg all(L"%");
-        SQLRETURN rc = SQLColumnsW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
+        RunCatalogCall(
+            Connection(context), context,
+            [&](SQLHSTMT statement) {
+                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
                                    schemaArg.Length(), all.Data(), all.Length(), all.Data(), all.Length());
-        if (rc == SQL_NO_DATA) {
-            return;
-        }
-        Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-        while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-            Row row(statement.Get(), context);
-            TableRef table;
-            CachedColumn column;
-            ColumnShape shape;
-            ReadColumnRow(row, table, column, shape);
-            column.shape = ShapeOf(shape);
-            rows.Add(table.catalog, table.schema, table.table, std::move(column));
-        }
-        if (rc != SQL_NO_DATA) {
-            throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
-        }
+            },
+            [&](Row& row) {
+                TableRef table;
+                CachedColumn column;
+                ColumnShape shape;
+                ColumnRow(row, table, column, shape);
+                column.shape = cache.shapes.Of(shape);
+                rows.Add(table.catalog, table.schema, table.table, std::move(column));
+            });
     }
 
     // What the driver's SQLColumns says about the one column `column` of `table`.
     ColumnShape DriverShape(const WyString& catalog, const TableRef& table, const WyString& column) {
         const WyString context = L"reading the column " + NamePath({&table.schema, &table.table, &column});
-        Handle statement;
-        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
         WideArg catalogArg = LiteralArgument(catalog);
         WideArg schemaArg = PatternArgument(EscapedName(table.schema));
         WideArg tableArg = PatternArgument(EscapedName(table.table));
         WideArg columnArg = PatternArgument(EscapedName(column));
-        SQLRETURN rc = SQLColumnsW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
+        bool found = false;
+        ColumnShape result;
+        RunCatalogCall(
+            Connection(context), context,
+            [&](SQLHSTMT statement) {
+                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
                                    schemaArg.Length(), tableArg.Data(), tableArg.Length(), columnArg.Data(),
                                    columnArg.Length());
-        if (rc != SQL_NO_DATA) {
-            Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-            while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-                Row row(statement.Get(), context);
-                TableRef found;
+            },
+            [&](Row& row) {
+                TableRef of;
                 CachedColumn cached;
                 ColumnShape shape;
-                ReadColumnRow(row, found, cached, shape);
-                if (found.schema == table.schema && found.table == table.table && cached.name == column) {
-                    if (!cached.remarks.empty()) {
-                        // Remarks are the column's own: one column cannot speak for the others.
-                        throw ErrorMessage(context + L": the driver reports remarks");
-                    }
-                    return shape;
+                ColumnRow(row, of, cached, shape);
+                if (found || of.schema != table.schema || of.table != table.table || cached.name != column) {
+                    return;
                 }
-            }
+                if (!cached.remarks.empty()) {
+                    // Remarks are the column's own: one column cannot speak for the others.
+                    throw ErrorMessage(context + L": the driver reports remarks");
+                }
+                result = shape;
+                found = true;
+            });
+        if (!found) {
+            throw ErrorMessage(context + L": the driver does not list the column");
         }
-        throw ErrorMessage(context + L": the driver does not list the column");
-    }
-
-    // Every column of the schema from pg_catalog, with what psqlODBC computes from the type taken
-    // from the driver itself, once per distinct kind of column.
-    void LoadColumnsPostgres(SchemaRows<CachedColumn>& rows, const WyString& catalog,
-                             const WyString& schema) {
-        const WyString context = L"reading the columns of every table of the schema " + Quoted(schema);
-        std::map<WyString, uint32_t> kinds;
-        std::vector<std::pair<TableRef, WyString>> representatives;
-        const WyString schemaLike = PgLiteral(DriverPattern(schema));
-        keyPrefetch.Start(catalog, schema);
-        relationsNotRead.clear();
-        RunQuery(Connection(context), PgOtherRelationQuery(schemaLike), context,
-                 [&](Row& row) { relationsNotRead.emplace(row.Text(1), '\0'); });
-        RunPagedPgQuery(Connection(context), PgColumnQuery(schemaLike), context, [&](Row& row) {
-            TableRef table{WyString(), row.Text(1), row.Text(2)};
-            CachedColumn column;
-            column.name = row.Text(3);
-            const auto kind = kinds.emplace(row.Text(4), static_cast<uint32_t>(kinds.size()));
-            if (kind.second) {
-                representatives.emplace_back(table, column.name);
-            }
-            column.shape = kind.first->second; // the kind until its shape is known
-            rows.Add(WyString(), table.schema, table.table, std::move(column));
-        });
-        std::vector<uint32_t> shapeOfKind(kinds.size());
-        for (const auto& kind : kinds) {
-            auto known = pgShapeOfKind.find(kind.first);
-            if (known == pgShapeOfKind.end()) {
-                const auto& representative = representatives[kind.second];
-                known =
-                    pgShapeOfKind
-                        .emplace(kind.first,
-                                 ShapeOf(DriverShape(catalog, representative.first, representative.second)))
-                        .first;
-            }
-            shapeOfKind[kind.second] = known->second;
-        }
-        rows.ForEachRow([&shapeOfKind](CachedColumn& column) { column.shape = shapeOfKind[column.shape]; });
+        return result;
     }
 
     bool ColumnWanted(const MIColumn& column) const {
@@ -597,30 +396,35 @@ struct OdbcImport::State {
             (dialect == Dialect::Postgres && schema.empty())) {
             return false;
         }
-        const bool inMemory =
-            columnCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<CachedColumn>& rows) {
+        std::vector<MIColumn> found;
+        const bool inMemory = cache.Columns(
+            TableRef{catalog, schema, table},
+            [&](SchemaRows<CachedColumn>& rows) {
                 if (dialect == Dialect::Postgres) {
-                    LoadColumnsPostgres(rows, catalog, schema);
+                    const WyString context =
+                        L"reading the columns of every table of the schema " + Quoted(schema);
+                    keyPrefetch.Start(catalog, schema);
+                    ReadColumnsPostgres(Connection(context), PgLiteral(DriverPattern(schema)), context, cache,
+                                        rows, [&](const TableRef& of, const WyString& name) {
+                                            return DriverShape(catalog, of, name);
+                                        });
                 } else {
                     LoadColumnsWhole(rows, catalog, schema);
                 }
-            });
-        if (!inMemory || !NamesMatching(relationsNotRead, table).empty()) {
+            },
+            found);
+        if (!inMemory) {
             return false;
         }
         columns.Stop();
         servedColumns.Start();
         columnTable = TableRef{catalog, schema, table};
         columnPattern = column;
-        columnCache.rows.ForTables(table, false,
-                                   [this](const WyString&, const WyString& ofSchema, const WyString& ofTable,
-                                          const CachedColumn& cached) {
-                                       MIColumn record = MakeColumn(TableRef{WyString(), ofSchema, ofTable},
-                                                                    cached, shapes[cached.shape]);
-                                       if (ColumnWanted(record)) {
-                                           servedColumns.records.push_back(std::move(record));
-                                       }
-                                   });
+        for (MIColumn& record : found) {
+            if (ColumnWanted(record)) {
+                servedColumns.records.push_back(std::move(record));
+            }
+        }
         return true;
     }
 
@@ -628,27 +432,22 @@ struct OdbcImport::State {
         if (dialect != Dialect::Postgres || !connected || table.empty() || schema.empty()) {
             return false;
         }
-        const bool inMemory =
-            primaryKeyCache.Use(catalog, schema, table, bulkReads, [&](SchemaRows<MIPrimaryKey>& rows) {
-                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows, pkeyIndexNames)) {
-                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, rows,
-                                            pkeyIndexNames);
-                }
-            });
-        if (!inMemory) {
-            return false;
-        }
-        const TableRef wanted{catalog, schema, table};
         std::vector<MIPrimaryKey> found;
-        primaryKeyCache.rows.ForTables(table, true,
-                                       [&](const WyString&, const WyString&, const WyString&,
-                                           const MIPrimaryKey& key) { found.push_back(key); });
-        if (found.empty() && pkeyIndexNames.count(table + L"_pkey") != 0) {
+        const bool inMemory = cache.PrimaryKey(
+            TableRef{catalog, schema, table},
+            [&](SchemaRows<MIPrimaryKey>& rows) {
+                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows, cache.pkeyIndexNames)) {
+                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, rows,
+                                            cache.pkeyIndexNames);
+                }
+            },
+            found);
+        if (!inMemory) {
             return false;
         }
         primaryKeys.Stop();
         servedPrimaryKeys.Start();
-        keyTable = wanted;
+        keyTable = TableRef{catalog, schema, table};
         for (MIPrimaryKey& key : found) {
             if (PrimaryKeyWanted(key)) {
                 servedPrimaryKeys.records.push_back(std::move(key));
@@ -662,12 +461,15 @@ struct OdbcImport::State {
             !pk.table.empty() || fk.table.empty() || fk.schema.empty()) {
             return false;
         }
-        const bool inMemory = foreignKeyCache.Use(
-            fk.catalog, fk.schema, fk.table, bulkReads, [&](SchemaRows<MIForeignKey>& rows) {
+        std::vector<MIForeignKey> found;
+        const bool inMemory = cache.ForeignKeys(
+            fk,
+            [&](SchemaRows<MIForeignKey>& rows) {
                 if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
                     ReadForeignKeysPostgres(Connection(L"reading foreign keys"), fk.schema, rows);
                 }
-            });
+            },
+            found);
         if (!inMemory) {
             return false;
         }
@@ -675,45 +477,34 @@ struct OdbcImport::State {
         servedForeignKeys.Start();
         foreignPk = pk;
         foreignFk = fk;
-        foreignKeyCache.rows.ForTables(
-            fk.table, true,
-            [this](const WyString&, const WyString&, const WyString&, const MIForeignKey& key) {
-                if (ForeignKeyWanted(key)) {
-                    servedForeignKeys.records.push_back(key);
-                }
-            });
+        for (MIForeignKey& key : found) {
+            if (ForeignKeyWanted(key)) {
+                servedForeignKeys.records.push_back(std::move(key));
+            }
+        }
         return true;
     }
 
     // Every table of the catalog and schema (exact names), of every type, in the driver's order.
     std::vector<TableRef> AllTables(const WyString& catalog, const WyString& schema,
                                     const WyString& context) {
-        Handle statement;
-        statement.Allocate(SQL_HANDLE_STMT, Connection(context), SQL_HANDLE_DBC, context);
         WideArg catalogArg = NullIfEmpty(catalog);
         WideArg schemaArg = NullIfEmpty(schema);
-        SQLRETURN rc = SQLTablesW(statement.Get(), catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
         std::vector<TableRef> found;
-        if (rc == SQL_NO_DATA) {
-            return found;
-        }
-        Check(rc, context, SQL_HANDLE_STMT, statement.Get());
-        while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
-            Row row(statement.Get(), context);
-            TableRef table;
-            table.catalog = row.Text(1); // <- TABLE_CAT
-            table.schema = row.Text(2);  // <- TABLE_SCHEM
-            table.table = row.Text(3);   // <- TABLE_NAME
-            // The schema argument of SQLTables is a pattern; these names are exact.
-            if (ExactAllows(catalog, table.catalog) && ExactAllows(schema, table.schema) &&
-                !table.table.empty()) {
-                found.push_back(std::move(table));
-            }
-        }
-        if (rc != SQL_NO_DATA) {
-            throw OdbcError(context, SQL_HANDLE_STMT, statement.Get(), rc);
-        }
+        RunCatalogCall(
+            Connection(context), context,
+            [&](SQLHSTMT statement) {
+                return SQLTablesW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
+                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
+            },
+            [&](Row& row) {
+                const MITable table = TableRow(row);
+                // The schema argument of SQLTables is a pattern; these names are exact.
+                if (ExactAllows(catalog, table.catalog_) && ExactAllows(schema, table.schema_) &&
+                    !table.table_.empty()) {
+                    found.push_back(TableRef{table.catalog_, table.schema_, table.table_});
+                }
+            });
         return found;
     }
 };
@@ -764,7 +555,7 @@ void OdbcImport::SetPerTableReads(bool perTable) {
 }
 
 size_t OdbcImport::WholeSchemaReads() const {
-    return m_state->bulkReads;
+    return m_state->cache.reads;
 }
 
 OdbcImport::~OdbcImport() {
@@ -774,20 +565,14 @@ OdbcImport::~OdbcImport() {
 void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& password, bool) {
     CloseConnection();
     State& state = *m_state;
-    const bool isConnectionString = source.find(L'=') != WyString::npos;
-    const WyString connectionString =
-        isConnectionString ? AppendCredentials(source, user, password) : WyString();
-    const WyString context =
-        isConnectionString
-            ? L"connecting with the connection string " + Quoted(HidePasswords(connectionString))
-            : L"connecting to the data source " + Quoted(source) +
-                  (user.empty() ? WyString() : L" as user " + Quoted(user));
+    const DataSource target(source, user, password);
+    const WyString context = target.Describe();
     try {
-        Connect(state.environment, state.connection, source, user, password, context);
+        Connect(state.environment, state.connection, target, context);
         state.connected = true;
         state.dialect = state.perTableOnly ? Dialect::Plain : DetectDialect(state.connection.Get());
         if (state.dialect == Dialect::Postgres) {
-            state.keyPrefetch.Configure(source, user, password);
+            state.keyPrefetch.Configure(target);
         }
     } catch (...) {
         state.Close();
@@ -957,19 +742,15 @@ bool OdbcImport::Get(MICatalog& record) {
     Listing& listing = state.catalogs;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        WyString catalog = row.Text(1); // catalog_ <- TABLE_CAT
+        MITable found = TableRow(row);
         // Rows that name a table come from a driver that ignored SQL_ALL_CATALOGS.
-        if (!row.Text(3).empty()) { // TABLE_NAME
-            continue;
-        }
-        WyString remarks = row.Text(5); // remarks_ <- REMARKS
-        if (!MatchesSearchPattern(state.catalogPattern, catalog) ||
-            !state.catalogsSeen.insert(catalog).second) {
+        if (!found.table_.empty() || !MatchesSearchPattern(state.catalogPattern, found.catalog_) ||
+            !state.catalogsSeen.insert(found.catalog_).second) {
             continue;
         }
         record = MICatalog();
-        record.catalog_ = std::move(catalog);
-        record.remarks_ = std::move(remarks);
+        record.catalog_ = std::move(found.catalog_);
+        record.remarks_ = std::move(found.remarks_);
         return true;
     }
     return false;
@@ -980,26 +761,22 @@ bool OdbcImport::Get(MISchema& record) {
     Listing& listing = state.schemas;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        WyString catalog = row.Text(1); // catalog_ <- TABLE_CAT
-        WyString schema = row.Text(2);  // schema_ <- TABLE_SCHEM
+        MITable found = TableRow(row);
         // Rows that name a table come from a driver that ignored SQL_ALL_SCHEMAS.
-        if (!row.Text(3).empty()) { // TABLE_NAME
+        if (!found.table_.empty() || !MatchesSearchPattern(state.schemaPattern, found.schema_)) {
             continue;
         }
-        WyString remarks = row.Text(5); // remarks_ <- REMARKS
-        if (!MatchesSearchPattern(state.schemaPattern, schema)) {
+        if (!state.schemaCatalog.empty() && !found.catalog_.empty() &&
+            found.catalog_ != state.schemaCatalog) {
             continue;
         }
-        if (!state.schemaCatalog.empty() && !catalog.empty() && catalog != state.schemaCatalog) {
-            continue;
-        }
-        if (!state.schemasSeen.insert({catalog, schema}).second) {
+        if (!state.schemasSeen.insert({found.catalog_, found.schema_}).second) {
             continue;
         }
         record = MISchema();
-        record.catalog_ = std::move(catalog);
-        record.schema_ = std::move(schema);
-        record.remarks_ = std::move(remarks);
+        record.catalog_ = std::move(found.catalog_);
+        record.schema_ = std::move(found.schema_);
+        record.remarks_ = std::move(found.remarks_);
         return true;
     }
     return false;
@@ -1010,12 +787,7 @@ bool OdbcImport::Get(MITable& record) {
     Listing& listing = state.tables;
     while (listing.Fetch()) {
         Row row(listing.Statement(), listing.Context());
-        MITable table;
-        table.catalog_ = row.Text(1);   // catalog_ <- TABLE_CAT
-        table.schema_ = row.Text(2);    // schema_ <- TABLE_SCHEM
-        table.table_ = row.Text(3);     // table_ <- TABLE_NAME
-        table.tableType_ = row.Text(4); // tableType_ <- TABLE_TYPE
-        table.remarks_ = row.Text(5);   // remarks_ <- REMARKS
+        MITable table = TableRow(row);
         const TableRef& wanted = state.tablePattern;
         if (!TableTypeSelected(state.tableSelector, table.tableType_) ||
             !PatternAllows(wanted.catalog, table.catalog_) || !PatternAllows(wanted.schema, table.schema_) ||
@@ -1039,7 +811,7 @@ bool OdbcImport::Get(MIColumn& record) {
         TableRef table;
         CachedColumn cached;
         ColumnShape shape;
-        ReadColumnRow(row, table, cached, shape);
+        ColumnRow(row, table, cached, shape);
         MIColumn column = MakeColumn(table, cached, shape);
         if (!state.ColumnWanted(column)) {
             continue;

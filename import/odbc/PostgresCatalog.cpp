@@ -1,4 +1,7 @@
+// The PostgreSQL catalog queries, and the whole-schema column read built on them.
 #include "import/odbc/PostgresCatalog.h"
+
+#include "import/odbc/CatalogRows.h"
 
 namespace odbc {
 
@@ -90,12 +93,38 @@ WyString PgLiteral(const WyString& text) {
     return literal + L"'";
 }
 
-WyString PgColumnQuery(const WyString& schemaLike) {
-    return WithSchema(kPgColumnQuery, schemaLike);
-}
-
-WyString PgOtherRelationQuery(const WyString& schemaLike) {
-    return WithSchema(kPgOtherRelationQuery, schemaLike);
+void ReadColumnsPostgres(SQLHDBC connection, const WyString& schemaLike, const WyString& context,
+                         WholeSchemaCache& cache, SchemaRows<CachedColumn>& rows,
+                         const std::function<ColumnShape(const TableRef&, const WyString&)>& driverShape) {
+    std::map<WyString, uint32_t> kinds;
+    std::vector<std::pair<TableRef, WyString>> representatives;
+    cache.relationsNotRead.clear();
+    RunQuery(connection, WithSchema(kPgOtherRelationQuery, schemaLike), context,
+             [&](Row& row) { cache.relationsNotRead.emplace(row.Text(1), '\0'); });
+    RunPagedPgQuery(connection, WithSchema(kPgColumnQuery, schemaLike), context, [&](Row& row) {
+        TableRef table{WyString(), row.Text(1), row.Text(2)};
+        CachedColumn column;
+        column.name = row.Text(3);
+        const auto kind = kinds.emplace(row.Text(4), static_cast<uint32_t>(kinds.size()));
+        if (kind.second) {
+            representatives.emplace_back(table, column.name);
+        }
+        column.shape = kind.first->second; // the kind until its shape is known
+        rows.Add(WyString(), table.schema, table.table, std::move(column));
+    });
+    std::vector<uint32_t> shapeOfKind(kinds.size());
+    for (const auto& kind : kinds) {
+        auto known = cache.shapeOfKind.find(kind.first);
+        if (known == cache.shapeOfKind.end()) {
+            const auto& representative = representatives[kind.second];
+            known = cache.shapeOfKind
+                        .emplace(kind.first,
+                                 cache.shapes.Of(driverShape(representative.first, representative.second)))
+                        .first;
+        }
+        shapeOfKind[kind.second] = known->second;
+    }
+    rows.ForEachRow([&shapeOfKind](CachedColumn& column) { column.shape = shapeOfKind[column.shape]; });
 }
 
 void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
@@ -116,118 +145,6 @@ void ReadForeignKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaR
         const MIForeignKey key = ForeignKeyRow(row);
         rows.Add(WyString(), key.fkSchema_, key.fkTable_, key);
     });
-}
-
-void KeyPrefetch::Configure(const WyString& source, const WyString& user, const WyString& password) {
-    Close();
-    m_source = source;
-    m_user = user;
-    m_password = password;
-    m_unavailable = source.empty();
-}
-
-void KeyPrefetch::Start(const WyString& catalog, const WyString& schema) {
-    Finish();
-    if (m_unavailable) {
-        return;
-    }
-    m_catalog = catalog;
-    m_schema = schema;
-    m_primaryKeysRead = false;
-    m_foreignKeysRead = false;
-    m_primaryKeys.Reset(catalog, schema);
-    m_foreignKeys.Reset(catalog, schema);
-    m_pkeyIndexNames.clear();
-    m_worker = std::thread([this] { Read(); });
-}
-
-bool KeyPrefetch::TakePrimaryKeys(const WyString& catalog, const WyString& schema,
-                                  SchemaRows<MIPrimaryKey>& rows, std::set<WyString>& pkeyIndexNames) {
-    if (!Wait(catalog, schema, [this] { return m_primaryKeysDone; }) || !m_primaryKeysRead) {
-        return false;
-    }
-    m_primaryKeysRead = false;
-    rows = std::move(m_primaryKeys);
-    pkeyIndexNames = std::move(m_pkeyIndexNames);
-    return true;
-}
-
-bool KeyPrefetch::TakeForeignKeys(const WyString& catalog, const WyString& schema,
-                                  SchemaRows<MIForeignKey>& rows) {
-    if (!Wait(catalog, schema, [this] { return m_foreignKeysDone; }) || !m_foreignKeysRead) {
-        return false;
-    }
-    m_foreignKeysRead = false;
-    rows = std::move(m_foreignKeys);
-    return true;
-}
-
-void KeyPrefetch::Close() noexcept {
-    Finish();
-    if (m_connected) {
-        SQLDisconnect(m_connection.Get());
-        m_connected = false;
-    }
-    m_connection.Reset();
-    m_environment.Reset();
-    std::fill(m_password.begin(), m_password.end(), L'\0');
-    m_source.clear();
-    m_user.clear();
-    m_password.clear();
-    m_unavailable = true;
-    m_primaryKeys = SchemaRows<MIPrimaryKey>();
-    m_foreignKeys = SchemaRows<MIForeignKey>();
-    m_pkeyIndexNames.clear();
-    m_primaryKeysRead = false;
-    m_foreignKeysRead = false;
-}
-
-void KeyPrefetch::Finish() noexcept {
-    if (m_worker.joinable()) {
-        m_worker.join();
-    }
-    m_primaryKeysDone = false;
-    m_foreignKeysDone = false;
-}
-
-template <typename Done> bool KeyPrefetch::Wait(const WyString& catalog, const WyString& schema, Done done) {
-    if (!m_worker.joinable() || catalog != m_catalog || schema != m_schema) {
-        return false;
-    }
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, done);
-    return true;
-}
-
-// The worker: both kinds are always signalled done, read or not, so that no taker waits forever.
-void KeyPrefetch::Read() noexcept {
-    try {
-        if (!m_connected) {
-            Connect(m_environment, m_connection, m_source, m_user, m_password, L"prefetching keys");
-            m_connected = true;
-        }
-        ReadPrimaryKeysPostgres(m_connection.Get(), m_schema, m_primaryKeys, m_pkeyIndexNames);
-        m_primaryKeysRead = true;
-    } catch (...) {
-        m_unavailable = !m_connected;
-    }
-    Signal(m_primaryKeysDone);
-    try {
-        if (m_connected) {
-            ReadForeignKeysPostgres(m_connection.Get(), m_schema, m_foreignKeys);
-            m_foreignKeysRead = true;
-        }
-    } catch (...) {
-    }
-    Signal(m_foreignKeysDone);
-}
-
-void KeyPrefetch::Signal(bool& done) {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        done = true;
-    }
-    m_changed.notify_all();
 }
 
 } // namespace odbc

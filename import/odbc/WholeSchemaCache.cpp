@@ -1,0 +1,16 @@
+// The whole-schema cache's bookkeeping.
+#include "import/odbc/WholeSchemaCache.h"
+
+namespace odbc {
+
+void WholeSchemaCache::Clear() {
+    columns.Clear();
+    shapes.Clear();
+    shapeOfKind.clear();
+    relationsNotRead.clear();
+    primaryKeys.Clear();
+    pkeyIndexNames.clear();
+    foreignKeys.Clear();
+}
+
+} // namespace odbc
