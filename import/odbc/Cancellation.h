@@ -16,6 +16,12 @@ unsigned Timeout();
 /// signal handler; the cancelled calls return with an error that their callers throw.
 void CancelRunningStatements();
 
+/// With a timeout set, makes it the default query timeout of `connection` and limits the server's
+/// lock waits too: the drivers of PostgreSQL and MariaDB run their catalog functions as queries of
+/// their own without the statement's query timeout, and a catalog query stalls behind a lock
+/// (PostgreSQL: lock_timeout; MariaDB: max_statement_time and lock_wait_timeout).
+void LimitServerTime(SQLHDBC connection);
+
 /// Whether CancelRunningStatements was called.
 bool Cancelled();
 

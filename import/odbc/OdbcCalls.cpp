@@ -132,6 +132,7 @@ void Connect(Handle& environment, Handle& connection, const DataSource& source, 
                          passwordArg.Data(), passwordArg.Length());
     }
     Check(rc, context, SQL_HANDLE_DBC, connection.Get());
+    LimitServerTime(connection.Get());
 }
 
 } // namespace odbc

@@ -10,8 +10,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <mutex>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -57,6 +61,24 @@ void CancelInBackground(std::function<void()> cancel, std::chrono::milliseconds 
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
+// Ends the conversation on every socket of the process but the output's: a blocked driver call
+// then returns at once with a communication error. For drivers whose SQLCancel does not reach a
+// running catalog function (psqlODBC 13 sends the server a cancel request only for statements it
+// executes itself, not for the queries behind SQLTables, SQLColumns and the key functions).
+void ShutDownSockets(int keep) {
+    DIR* folder = opendir("/proc/self/fd");
+    if (folder == nullptr)
+        return;
+    while (const dirent* entry = readdir(folder)) {
+        const int fd = std::atoi(entry->d_name);
+        struct stat info {};
+        if (fd > STDERR_FILENO && fd != keep && fd != dirfd(folder) && fstat(fd, &info) == 0 &&
+            S_ISSOCK(info.st_mode))
+            shutdown(fd, SHUT_RDWR);
+    }
+    closedir(folder);
+}
+
 void Watch() {
     char byte = 0;
     while (read(g_pipe[0], &byte, 1) < 0 && errno == EINTR) {
@@ -76,7 +98,12 @@ void Watch() {
         _exit(128 + signal);
     }
     const auto start = std::chrono::steady_clock::now();
-    CancelInBackground(std::move(cancel), std::chrono::milliseconds(600));
+    CancelInBackground(std::move(cancel), std::chrono::milliseconds(300));
+    std::this_thread::sleep_until(start + std::chrono::milliseconds(300));
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        ShutDownSockets(g_output != nullptr ? fileno(g_output) : -1);
+    }
     std::this_thread::sleep_until(start + std::chrono::milliseconds(900));
     // The main flow would have exited by now; a driver holds it. Keep what was written: the output
     // is flushed unless the main flow is in the middle of writing to it.

@@ -16,8 +16,9 @@ namespace udmlgen {
 /// Until Walking() is called, a signal ends the process at once with 128 + signal, after the
 /// cancellation had up to 0.2 s: nothing has been written that could be lost. Afterwards it
 /// aborts the generator and cancels the running statements, so that the main flow ends the walk,
-/// closes the output and exits with 128 + signal itself; if it has not within 0.9 s (a driver
-/// that ignores the cancellation), the watcher flushes the output and exits for it.
+/// closes the output and exits with 128 + signal itself. A driver call still blocked after 0.3 s
+/// has its connection's socket shut down; if the main flow has not ended within 0.9 s, the
+/// watcher flushes the output and exits for it.
 void InstallInterruptHandling(std::function<void()> cancel);
 
 /// From now on a signal stops `generator` and keeps what reached `output`; call it again with null
