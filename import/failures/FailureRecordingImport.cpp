@@ -57,11 +57,14 @@ std::vector<FailureRecordingImport::Failure> FailureRecordingImport::Failures() 
     return m_failures;
 }
 
-void FailureRecordingImport::Record(const WyString& what, const ErrorMessage& error) {
+void FailureRecordingImport::Record(const WyString& what, const ErrorMessage& error, bool stalled) {
     Failure failure;
     failure.what = what;
     failure.messages.assign(error.Messages().begin(), error.Messages().end());
-    failure.connectionLost = EndsConnection(error.Messages());
+    failure.connectionLost = EndsConnection(error.Messages()) || stalled;
+    if (stalled)
+        failure.messages.push_back(L"HYT00 [0] the server gave no answer within the timeout of " +
+                                   std::to_wstring(m_stallSeconds) + L" seconds");
     bool reportLost = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -75,10 +78,13 @@ void FailureRecordingImport::Record(const WyString& what, const ErrorMessage& er
 
 template <typename Call>
 auto FailureRecordingImport::Watch(const WyString& what, Call call) -> decltype(call()) {
+    const auto start = std::chrono::steady_clock::now();
     try {
         return call();
     } catch (const ErrorMessage& error) {
-        Record(what, error);
+        const bool stalled = m_stallSeconds != 0 &&
+                             std::chrono::steady_clock::now() - start >= std::chrono::seconds(m_stallSeconds);
+        Record(what, error, stalled);
         throw;
     }
 }

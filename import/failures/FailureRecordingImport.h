@@ -4,6 +4,7 @@
 
 #include "import/MIMetaDataImport.h"
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -27,6 +28,10 @@ public:
 
     /// Called once, on the first failure that ends the connection.
     void OnConnectionLost(std::function<void()> callback) { m_onLost = std::move(callback); }
+    /// A call that fails after `seconds` or more (the timeout the host set) is taken for a server
+    /// that stalls: like a lost connection it ends the run, rather than every later listing
+    /// waiting as long. 0: no such rule.
+    void SetStallSeconds(unsigned seconds) { m_stallSeconds = seconds; }
     bool HasFailures() const;
     std::vector<Failure> Failures() const;
 
@@ -110,11 +115,12 @@ private:
     template <typename Record> bool Fetch(Kind kind, Record& record) {
         return Watch(m_reading[kind], [&] { return m_source.Get(record); });
     }
-    void Record(const WyString& what, const ErrorMessage& error);
+    void Record(const WyString& what, const ErrorMessage& error, bool stalled);
 
     MIMetaDataImport& m_source;
     WyString m_reading[kKinds];
     std::function<void()> m_onLost;
+    unsigned m_stallSeconds = 0;
     bool m_lostReported = false;
     mutable std::mutex m_mutex; // the host may read the failures from its signal watcher
     std::vector<Failure> m_failures;

@@ -65,7 +65,7 @@ OdbcFaultSweep SweepOdbcFaults(const std::string& arguments) {
                    run.standardError.find("could not set up an environment") == std::string::npos) {
             problem = "the message does not name the failed call";
         } else if (n % 2 == 0 &&
-                   run.standardError.find("connection to the data source ended") == std::string::npos &&
+                   run.standardError.find("connection to the data source ended or stalled") == std::string::npos &&
                    run.standardError.find("udmlgen: error: connecting") == std::string::npos) {
             problem = "a lost connection did not end the run";
         } else {

@@ -57,7 +57,7 @@ void ReportSourceFailures(const std::vector<FailureRecordingImport::Failure>& fa
     }
     if (failures.size() > kShownFailures)
         std::cerr << "udmlgen: ... and " << failures.size() - kShownFailures << " more failures\n";
-    std::cerr << (lost ? "udmlgen: the connection to the data source ended, so the run stopped there; "
+    std::cerr << (lost ? "udmlgen: the connection to the data source ended or stalled, so the run stopped there; "
                        : "udmlgen: ")
               << "the output lacks what the failed reads would have given: fix the cause and run again\n";
 }

@@ -226,6 +226,7 @@ int Generate(const udmlgen::Options& options) {
     generator.SetOuput(&sink);
     generator.SetTableType(options.tableTypes);
     watched.OnConnectionLost([&generator] { generator.Abort(); });
+    watched.SetStallSeconds(options.timeoutSeconds);
     udmlgen::Walking(&generator, file);
 
     WyString errorText;
