@@ -1,8 +1,9 @@
 // udmlgen against a PostgreSQL server that stalls or drops its sessions: a catalog query waiting
 // behind a lock that another session holds must yield to Ctrl-C, SIGTERM and --timeout at once,
 // and a session that the server terminates mid-run must fail the run, never leave it short in
-// silence.
+// silence. Every ODBC call of a walk is also made to fail in turn.
 #include "tests/servers/ServerSettings.h"
+#include "tests/support/OdbcFaultSweep.h"
 #include "tests/support/RunCommand.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <iostream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -182,3 +184,16 @@ TEST_F(PostgresTrouble, TerminatedSecondConnectionLeavesTheOutputComplete) {
 }
 
 } // namespace
+
+// One schema's walk: the per-table reads of its first table, the whole-schema reads, the second
+// connection's key prefetch.
+TEST_F(PostgresTrouble, EveryOdbcCallOfASchemaWalkFailsTheRunOrChangesNothing) {
+    setenv("UDMLGEN_PASSWORD", Setting("UDML_DB_PASSWORD").c_str(), 1);
+    const OdbcFaultSweep sweep = SweepOdbcFaults("--connect " + ShellQuote(Setting("UDML_PG_CONNECT")) +
+                                                 " --user " + ShellQuote(Setting("UDML_DB_USER")) +
+                                                 " --database Warehouse --request schema --schema hr");
+    EXPECT_EQ(sweep.problems, "");
+    EXPECT_GT(sweep.failedRuns, sweep.calls / 10);
+    std::cout << sweep.calls << " ODBC calls: " << sweep.failedRuns << " failed the run, "
+              << sweep.absorbedRuns << " were absorbed with the complete output\n";
+}

@@ -3,9 +3,16 @@
 
 #include "RunCommand.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <map>
+#include <mutex>
 #include <sstream>
+#include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -36,46 +43,66 @@ std::string LastLineStarting(const std::string& text, const std::string& start) 
 
 OdbcFaultSweep SweepOdbcFaults(const std::string& arguments) {
     OdbcFaultSweep sweep;
-    const std::string log = ScratchPath("odbc-faults.log");
     const std::string command = ShellQuote(UdmlgenPath()) + " " + arguments;
-    std::remove(log.c_str());
-    const CommandResult full = RunCommand("timeout 60 env " + Environment(0, log) + " " + command);
+    const std::string fullLog = ScratchPath("odbc-faults-" + std::to_string(getpid()) + ".log");
+    std::remove(fullLog.c_str());
+    const CommandResult full = RunCommand("timeout 60 env " + Environment(0, fullLog) + " " + command);
     if (full.exitStatus != 0) {
         sweep.problems = "the undisturbed run failed: " + full.standardError;
         return sweep;
     }
-    sweep.calls = std::atol(LastLineStarting(ReadWholeFile(log), "calls ").c_str());
-    int reported = 0;
-    for (long n = 1; n <= sweep.calls && reported < 5; ++n) {
-        std::remove(log.c_str());
-        const CommandResult run = RunCommand("timeout 60 env " + Environment(n, log) + " " + command);
-        // "N FUNCTION": the call that failed (a run whose threads called in another order may
-        // have made fewer calls, and then none failed).
-        const std::string failed = LastLineStarting(ReadWholeFile(log), "failed ");
-        const std::string function = failed.substr(failed.find(' ') + 1);
-        std::string problem;
-        if (run.exitStatus == 0) {
-            if (run.standardOutput != full.standardOutput)
-                problem = "exit status 0 with output other than the complete one";
-            else
-                ++sweep.absorbedRuns;
-        } else if (run.exitStatus != 1) {
-            problem = "exit status " + std::to_string(run.exitStatus);
-        } else if (run.standardError.find("injected fault in " + function) == std::string::npos &&
-                   run.standardError.find("could not set up an environment") == std::string::npos) {
-            problem = "the message does not name the failed call";
-        } else if (n % 2 == 0 &&
-                   run.standardError.find("connection to the data source ended or stalled") == std::string::npos &&
-                   run.standardError.find("udmlgen: error: connecting") == std::string::npos) {
-            problem = "a lost connection did not end the run";
-        } else {
-            ++sweep.failedRuns;
-        }
-        if (!problem.empty()) {
-            ++reported;
-            sweep.problems += "call " + std::to_string(n) + " (" + function + "): " + problem +
+    sweep.calls = std::atol(LastLineStarting(ReadWholeFile(fullLog), "calls ").c_str());
+
+    // Most of a run is spent waiting for the driver and the server, so four run side by side.
+    std::mutex mutex;
+    std::map<long, std::string> problems;
+    std::atomic<long> next{1};
+    auto work = [&](int worker) {
+        const std::string log =
+            ScratchPath("odbc-faults-" + std::to_string(getpid()) + "-" + std::to_string(worker));
+        for (long n = next++; n <= sweep.calls; n = next++) {
+            std::remove(log.c_str());
+            const CommandResult run = RunCommand("timeout 60 env " + Environment(n, log) + " " + command);
+            // "N FUNCTION": the call that failed (a run whose threads called in another order may
+            // have made fewer calls, and then none failed).
+            std::ifstream exists(log);
+            const std::string failed = exists ? LastLineStarting(ReadWholeFile(log), "failed ") : "";
+            const std::string function = failed.substr(failed.find(' ') + 1);
+            std::string problem;
+            bool absorbed = false;
+            if (run.exitStatus == 0) {
+                absorbed = run.standardOutput == full.standardOutput;
+                if (!absorbed)
+                    problem = "exit status 0 with output other than the complete one";
+            } else if (run.exitStatus != 1) {
+                problem = "exit status " + std::to_string(run.exitStatus);
+            } else if (run.standardError.find("injected fault in " + function) == std::string::npos &&
+                       run.standardError.find("could not set up an environment") == std::string::npos) {
+                problem = "the message does not name the failed call";
+            } else if (n % 2 == 0 &&
+                       run.standardError.find("connection to the data source ended or stalled") ==
+                           std::string::npos &&
+                       run.standardError.find("udmlgen: error: connecting") == std::string::npos) {
+                problem = "a lost connection did not end the run";
+            }
+            std::lock_guard<std::mutex> lock(mutex);
+            if (!problem.empty())
+                problems[n] = "call " + std::to_string(n) + " (" + function + "): " + problem +
                               "; standard error:\n" + run.standardError + "\n";
+            else if (absorbed)
+                ++sweep.absorbedRuns;
+            else
+                ++sweep.failedRuns;
         }
-    }
+    };
+    std::vector<std::thread> workers;
+    for (int worker = 0; worker < 4; ++worker)
+        workers.emplace_back(work, worker);
+    for (std::thread& worker : workers)
+        worker.join();
+    int shown = 0;
+    for (const auto& [n, problem] : problems)
+        if (shown++ < 5)
+            sweep.problems += problem;
     return sweep;
 }

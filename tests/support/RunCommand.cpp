@@ -1,6 +1,7 @@
 // Command runner of the host and script tests.
 #include "RunCommand.h"
 
+#include <atomic>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -40,7 +41,7 @@ std::string UdmlgenPath() {
 }
 
 CommandResult RunCommand(const std::string& command) {
-    static int counter = 0;
+    static std::atomic<int> counter{0}; // the fault sweeps run commands from several threads
     const std::string errFile =
         ScratchPath("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
     CommandResult result;
