@@ -48,6 +48,17 @@ using namespace odbc;
 
 namespace {
 
+// The SQLite ODBC driver (0.9998) copies a table name argument into a buffer of 512 bytes and
+// lists no columns for a longer name, without a word; its whole-schema listing has no such limit.
+bool TooLongForSqliteDriver(const WyString& table) {
+    size_t bytes = 0;
+    for (const wchar_t c : table) {
+        const auto unit = static_cast<uint32_t>(c);
+        bytes += unit < 0x80 ? 1 : unit < 0x800 ? 2 : unit < 0x10000 ? 3 : 4;
+    }
+    return bytes >= 512;
+}
+
 // NOTE: unixODBC passes the arguments of wide calls to a driver without wide entry points (the
 //       Debian build of SQLite3 ODBC is one) in the character set of the process locale; under
 //       the C locale the characters beyond ASCII are lost, and a table pattern ending in a euro
@@ -412,7 +423,7 @@ struct OdbcImport::State {
                     LoadColumnsWhole(rows, catalog, schema);
                 }
             },
-            found);
+            found, TooLongForSqliteDriver(table));
         if (!inMemory) {
             return false;
         }
@@ -640,6 +651,13 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     state.servedColumns.Stop();
     if (state.ColumnsFromMemory(catalog, schema, table, column)) {
         return;
+    }
+    if (TooLongForSqliteDriver(table) &&
+        InfoText(state.Connection(context), SQL_DRIVER_NAME).compare(0, 11, L"sqlite3odbc") == 0) {
+        throw ErrorMessage(context +
+                           L": the SQLite ODBC driver lists no columns of a table whose name is 512 "
+                           L"bytes or longer in UTF-8; leave UDMLGEN_ODBC_PER_TABLE unset, so that "
+                           L"the whole schema is read at once, or shorten the name");
     }
     state.columns.Start(state.Connection(context), context);
     state.columnTable = TableRef{catalog, schema, table};

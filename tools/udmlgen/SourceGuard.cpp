@@ -47,19 +47,26 @@ void ReportSourceFailures(const std::vector<FailureRecordingImport::Failure>& fa
         lost = lost || failure.connectionLost;
         if (i >= kShownFailures)
             continue;
-        std::string line = "udmlgen: " + OneLine(failure.what) + " failed";
-        for (const WyString& message : failure.messages) {
-            // The ODBC source names what it was reading in the same words; say it once.
-            if (message != failure.what && !OneLine(message).empty())
-                line += ": " + OneLine(message);
+        // The ODBC source names what it was reading in the same words, often with more detail
+        // (a pattern, a result column): then its words stand in place of ours.
+        std::vector<WyString> messages = failure.messages;
+        WyString what = failure.what;
+        if (!messages.empty() && messages.front().compare(0, what.size(), what) == 0) {
+            what = messages.front();
+            messages.erase(messages.begin());
         }
+        std::string line = "udmlgen: " + OneLine(what) + " failed";
+        for (const WyString& message : messages)
+            if (!OneLine(message).empty())
+                line += ": " + OneLine(message);
         std::cerr << line << "\n";
     }
     if (failures.size() > kShownFailures)
         std::cerr << "udmlgen: ... and " << failures.size() - kShownFailures << " more failures\n";
-    std::cerr << (lost ? "udmlgen: the connection to the data source ended or stalled, so the run stopped there; "
-                       : "udmlgen: ")
-              << "the output lacks what the failed reads would have given: fix the cause and run again\n";
+    std::cerr
+        << (lost ? "udmlgen: the connection to the data source ended or stalled, so the run stopped there; "
+                 : "udmlgen: ")
+        << "the output lacks what the failed reads would have given: fix the cause and run again\n";
 }
 
 void CancelRunningSourceCalls() {
