@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
 # Throwaway PostgreSQL 15 and MariaDB servers for the tests against real databases: each listens on
 # 127.0.0.1 at a port of its own, keeps its data under one scratch folder and never touches the
-# system's services. Usage: db-servers.sh start|stop|env|pg-admin|mariadb-admin (the last two run
-# SQL from standard input as the server's superuser)
+# system's services. Usage: db-servers.sh start|stop|env|samples|pg-admin|mariadb-admin (the last
+# two run SQL from standard input as the server's superuser)
 #
 # Settings (environment): UDML_DB_DIR (scratch folder, default ${TMPDIR:-/tmp}/udml-db-servers),
 # UDML_PG_PORT (default 55432), UDML_MARIADB_PORT (default 53306).
+#
+# `samples` (after start) loads the public sample schemas of UDML_SAMPLES_DIR (default
+# /work/shared/real-schemas) once: into PostgreSQL databases udml_<sample>, into MariaDB databases
+# sample_<sample> that only the account udml_sample (the test password) sees, so that they stay
+# out of the test account's listings, and into SQLite files under $UDML_DB_DIR/sqlite.
 set -euo pipefail
 
 base=${UDML_DB_DIR:-${TMPDIR:-/tmp}/udml-db-servers}
@@ -185,6 +190,60 @@ stop_mariadb() {
   rm -rf "$my_dir"
 }
 
+samples_dir=${UDML_SAMPLES_DIR:-/work/shared/real-schemas}
+
+# Loads each sample into a fresh database. The dumps create and enter databases of their own
+# names: those lines are dropped so that each lands in udml_<sample>. PostgreSQL samples load as
+# the superuser (they set owners and create extensions); the test account only reads them.
+load_samples() {
+  [ -d "$samples_dir" ] || die "no sample schemas in $samples_dir (set UDML_SAMPLES_DIR)"
+  pg_running || die "PostgreSQL is not running: run db-servers.sh start first"
+  my_ping || die "MariaDB is not running: run db-servers.sh start first"
+  # Each server's folder goes with the server, so the markers say what this server run holds.
+  if [ -f "$pg_dir/samples.loaded" ] && [ -f "$my_dir/samples.loaded" ]; then
+    return 0
+  fi
+  local start=$SECONDS name file
+  for name in pagila chinook northwind adventureworks; do
+    case $name in
+      pagila) file=pagila-schema.sql ;;
+      *) file=$name-pg.sql ;;
+    esac
+    pg_admin_sql <<SQL || die "creating the PostgreSQL database udml_$name failed"
+SET client_min_messages = warning;
+DROP DATABASE IF EXISTS udml_$name;
+CREATE DATABASE udml_$name ENCODING 'UTF8' TEMPLATE template0;
+SQL
+    grep -v -i -E '^(DROP DATABASE|CREATE DATABASE|\\c )' "$samples_dir/$file" |
+      as_pg "$pg_bin/psql" -X -q -v ON_ERROR_STOP=1 -h "$pg_dir" -p "$pg_port" -U postgres -d "udml_$name" \
+        >/dev/null 2>"$base/load-$name.log" || die_with_log "loading $file into PostgreSQL failed" "$base/load-$name.log"
+  done
+  local quoted_password=${test_password//\'/\'\'}
+  mariadb --no-defaults --socket="$my_socket" -uroot <<SQL || die_with_log "MariaDB sample account setup failed" "$my_log"
+CREATE USER IF NOT EXISTS 'udml_sample'@'127.0.0.1' IDENTIFIED BY '$quoted_password';
+GRANT ALL PRIVILEGES ON \`sample\_%\`.* TO 'udml_sample'@'127.0.0.1';
+SQL
+  for name in chinook sakila; do
+    {
+      echo "DROP DATABASE IF EXISTS sample_$name; CREATE DATABASE sample_$name; USE sample_$name;"
+      # sakila names its own database in its views.
+      grep -v -i -E '^(DROP (DATABASE|SCHEMA)|CREATE (DATABASE|SCHEMA)|USE )' "$samples_dir/$name-mysql.sql" |
+        sed "s/\b$name\./sample_$name./g"
+    } | mariadb --no-defaults --socket="$my_socket" -uroot >"$base/load-my-$name.log" 2>&1 ||
+      die_with_log "loading $name-mysql.sql into MariaDB failed" "$base/load-my-$name.log"
+  done
+  mkdir -p "$base/sqlite"
+  for name in chinook sakila; do
+    rm -f "$base/sqlite/$name.db"
+    sqlite3 -bail "$base/sqlite/$name.db" <"$samples_dir/$name-sqlite.sql" >"$base/load-sqlite-$name.log" 2>&1 ||
+      die_with_log "loading $name-sqlite.sql into SQLite failed" "$base/load-sqlite-$name.log"
+  done
+  touch "$pg_dir/samples.loaded" "$my_dir/samples.loaded"
+  echo "db-servers.sh: loaded the sample schemas in $((SECONDS - start)) s (PostgreSQL udml_pagila," \
+    "udml_chinook, udml_northwind, udml_adventureworks; MariaDB sample_chinook, sample_sakila as" \
+    "udml_sample; SQLite $base/sqlite/chinook.db, sakila.db)"
+}
+
 print_env() {
   local pg_driver my_driver
   pg_driver=$(driver_path odbc-postgresql psqlodbcw.so)
@@ -202,6 +261,8 @@ print_env() {
   emit UDML_MARIADB_PORT "$my_port"
   emit UDML_MARIADB_SOCKET "$my_socket"
   emit UDML_MARIADB_CONNECT "Driver=$my_driver;Server=127.0.0.1;Port=$my_port"
+  emit UDML_SQLITE_CONNECT "Driver=$(driver_path libsqliteodbc libsqlite3odbc.so);Database="
+  emit UDML_SAMPLES_SQLITE_DIR "$base/sqlite"
 }
 
 case "${1:-}" in
@@ -213,10 +274,14 @@ case "${1:-}" in
   stop)
     stop_pg
     stop_mariadb
+    rm -rf "$base/sqlite" "$base"/load-*.log
     rmdir "$base" 2>/dev/null || true
     ;;
   env)
     print_env
+    ;;
+  samples)
+    load_samples
     ;;
   pg-admin)
     # SQL from standard input as the PostgreSQL superuser, for tests that must hold a lock on a
@@ -229,7 +294,7 @@ case "${1:-}" in
     mariadb --no-defaults --socket="$my_socket" -uroot
     ;;
   *)
-    echo "usage: db-servers.sh start|stop|env|pg-admin|mariadb-admin" >&2
+    echo "usage: db-servers.sh start|stop|env|samples|pg-admin|mariadb-admin" >&2
     exit 2
     ;;
 esac

@@ -24,18 +24,16 @@ void KeyPrefetch::Start(const WyString& catalog, const WyString& schema) {
     m_foreignKeysRead = false;
     m_primaryKeys.Reset(catalog, schema);
     m_foreignKeys.Reset(catalog, schema);
-    m_pkeyIndexNames.clear();
     m_worker = std::thread([this] { Read(); });
 }
 
 bool KeyPrefetch::TakePrimaryKeys(const WyString& catalog, const WyString& schema,
-                                  SchemaRows<MIPrimaryKey>& rows, std::set<WyString>& pkeyIndexNames) {
+                                  SchemaRows<MIPrimaryKey>& rows) {
     if (!Wait(catalog, schema, [this] { return m_primaryKeysDone; }) || !m_primaryKeysRead) {
         return false;
     }
     m_primaryKeysRead = false;
     rows = std::move(m_primaryKeys);
-    pkeyIndexNames = std::move(m_pkeyIndexNames);
     return true;
 }
 
@@ -52,7 +50,7 @@ bool KeyPrefetch::TakeForeignKeys(const WyString& catalog, const WyString& schem
 void KeyPrefetch::Close() noexcept {
     Finish();
     if (m_connected) {
-        SQLDisconnect(m_connection.Get());
+        Disconnect(m_connection.Get());
         m_connected = false;
     }
     m_connection.Reset();
@@ -61,7 +59,6 @@ void KeyPrefetch::Close() noexcept {
     m_unavailable = true;
     m_primaryKeys = SchemaRows<MIPrimaryKey>();
     m_foreignKeys = SchemaRows<MIForeignKey>();
-    m_pkeyIndexNames.clear();
     m_primaryKeysRead = false;
     m_foreignKeysRead = false;
 }
@@ -90,7 +87,7 @@ void KeyPrefetch::Read() noexcept {
             Connect(m_environment, m_connection, m_source, L"prefetching keys");
             m_connected = true;
         }
-        ReadPrimaryKeysPostgres(m_connection.Get(), m_schema, m_primaryKeys, m_pkeyIndexNames);
+        ReadPrimaryKeysPostgres(m_connection.Get(), m_schema, WyString(), m_primaryKeys);
         m_primaryKeysRead = true;
     } catch (...) {
         m_unavailable = !m_connected;
@@ -98,7 +95,8 @@ void KeyPrefetch::Read() noexcept {
     Signal(m_primaryKeysDone);
     try {
         if (m_connected) {
-            ReadForeignKeysPostgres(m_connection.Get(), m_schema, m_foreignKeys);
+            ReadForeignKeysPostgres(m_connection.Get(), TableRef(),
+                                    TableRef{WyString(), m_schema, WyString()}, m_foreignKeys);
             m_foreignKeysRead = true;
         }
     } catch (...) {

@@ -8,7 +8,6 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <set>
 #include <thread>
 
 namespace odbc {
@@ -30,8 +29,7 @@ public:
     void Start(const WyString& catalog, const WyString& schema);
     // The keys of (`catalog`, `schema`) when they were read here, waiting for them if need be;
     // false otherwise.
-    bool TakePrimaryKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
-                         std::set<WyString>& pkeyIndexNames);
+    bool TakePrimaryKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIPrimaryKey>& rows);
     bool TakeForeignKeys(const WyString& catalog, const WyString& schema, SchemaRows<MIForeignKey>& rows);
     // Waits for the reading, ends the second connection and forgets the credentials.
     void Close() noexcept;
@@ -58,7 +56,6 @@ private:
     WyString m_catalog;
     WyString m_schema;
     SchemaRows<MIPrimaryKey> m_primaryKeys;
-    std::set<WyString> m_pkeyIndexNames;
     bool m_primaryKeysRead = false;
     SchemaRows<MIForeignKey> m_foreignKeys;
     bool m_foreignKeysRead = false;

@@ -6,12 +6,15 @@
 #include "import/SearchPattern.h"
 #include "import/odbc/CatalogRows.h"
 #include "import/odbc/KeyPrefetch.h"
+#include "import/odbc/MariaDbCatalog.h"
+#include "import/odbc/NativeTypes.h"
 #include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
 #include "import/odbc/PostgresCatalog.h"
 #include "import/odbc/SchemaRows.h"
 #include "import/odbc/Utf16.h"
 #include "import/odbc/WholeSchemaCache.h"
+#include "platform/BaseStringUtil.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -38,7 +41,7 @@
 // NOTE: SQLite3 ODBC derives DATA_TYPE from the declared type name: CHAR(n) and DECIMAL(p,s) come
 //       back as SQL_VARCHAR, NUMERIC(p,s) and REAL as SQL_DOUBLE, a view's computed column as
 //       SQL_VARCHAR with an empty TYPE_NAME; COLUMN_SIZE of DECIMAL(10,2) is 2; DECIMAL_DIGITS is
-//       10 and NUM_PREC_RADIX 0 for every column. They are passed on as reported.
+//       10 and NUM_PREC_RADIX 0 for every column. NativeTypes maps the declared types instead.
 // NOTE: SQLite3 ODBC lists no system tables: the types 'SYSTEM TABLE','SYSTEM VIEW' select nothing.
 // NOTE: SQLite3 ODBC compares the table name of SQLPrimaryKeys and SQLForeignKeys ignoring case
 //       and echoes the name as given ("ORDER_LINES" yields the keys of order_lines, so named).
@@ -70,24 +73,33 @@ bool LocaleLosesNonAscii() {
     return MB_CUR_MAX == 1;
 }
 
-WyString DriverPattern(const WyString& pattern) {
-    if (!LocaleLosesNonAscii())
-        return pattern;
+bool EscapesNext(const WyString& pattern, size_t at) {
+    return pattern[at] == L'\\' && at + 1 < pattern.size() &&
+           (pattern[at + 1] == L'%' || pattern[at + 1] == L'_' || pattern[at + 1] == L'\\');
+}
+
+// A search pattern as the driver of `dbms` reads it. psqlODBC and SQLite3 ODBC take "\\" as an
+// escape only before "%", "_" and "\\", as our patterns do; MariaDB Connector/ODBC hands patterns to
+// LIKE, where "\\" escapes any character, so a backslash that stands for itself is doubled there.
+// Characters beyond the Basic Multilingual Plane become "_": SQLite3 ODBC (narrow entry points)
+// finds nothing for them (unixODBC 2.3.11); the listing applies the whole pattern afterwards.
+WyString DriverPattern(Dbms dbms, const WyString& pattern) {
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
-        if (c == L'\\' && i + 1 < pattern.size()) {
+        if (EscapesNext(pattern, i)) {
+            driverPattern += c;
             c = pattern[++i];
-            if (c < 0x80) {
-                driverPattern += L'\\';
-            }
+        } else if (c == L'\\' && dbms == Dbms::MariaDB) {
+            driverPattern += L'\\';
         }
-        driverPattern += c < 0x80 ? c : L'_';
+        const bool lost = (c >= 0x80 && LocaleLosesNonAscii()) || static_cast<uint32_t>(c) > 0xFFFF;
+        driverPattern += lost ? L'_' : c;
     }
     return driverPattern;
 }
-WideArg PatternArgument(const WyString& pattern) {
-    return NullIfEmpty(DriverPattern(pattern));
+WideArg PatternArgument(Dbms dbms, const WyString& pattern) {
+    return NullIfEmpty(DriverPattern(dbms, pattern));
 }
 
 // The search pattern that matches exactly `name`.
@@ -109,7 +121,7 @@ WideArg LiteralArgument(const WyString& pattern) {
     WyString literal;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
-        if (c == L'\\' && i + 1 < pattern.size()) {
+        if (EscapesNext(pattern, i)) {
             c = pattern[++i];
         } else if (c == L'%') {
             return WideArg();
@@ -136,7 +148,7 @@ public:
     }
     void Stop() noexcept {
         if (m_statement.Get() != SQL_NULL_HANDLE) {
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
         }
         m_open = false;
         m_tables.clear();
@@ -160,7 +172,7 @@ public:
         if (!SQL_SUCCEEDED(rc)) {
             // Only the cursor is closed here: this may run inside m_runFor, which must outlive it.
             ErrorMessage error = OdbcError(m_context, SQL_HANDLE_STMT, m_statement.Get(), rc);
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
             m_open = false;
             throw error;
         }
@@ -178,7 +190,7 @@ public:
     bool Fetch() {
         for (;;) {
             if (m_open) {
-                const SQLRETURN rc = SQLFetch(m_statement.Get());
+                const SQLRETURN rc = odbc::Fetch(m_statement.Get());
                 if (SQL_SUCCEEDED(rc)) {
                     return true;
                 }
@@ -188,7 +200,7 @@ public:
                     Stop();
                     throw error;
                 }
-                SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+                CloseCursor(m_statement.Get());
                 m_open = false;
             }
             if (!m_runFor || m_nextTable >= m_tables.size()) {
@@ -281,10 +293,14 @@ struct OdbcImport::State {
     TableRef foreignPk;
     TableRef foreignFk;
 
+    Dbms dbms = Dbms::Other;
+    SchemaFacts facts; // of the schema (catalog on MariaDB) last met
+
     // Whole-schema reads, and what they answer.
     Dialect dialect = Dialect::Plain;
     bool perTableOnly = false;
     WholeSchemaCache cache;
+    Served<MITable> servedTables;
     Served<MIColumn> servedColumns;
     Served<MIPrimaryKey> servedPrimaryKeys;
     Served<MIForeignKey> servedForeignKeys;
@@ -298,14 +314,17 @@ struct OdbcImport::State {
             listing->Free();
         }
         if (connected) {
-            SQLDisconnect(connection.Get());
+            Disconnect(connection.Get());
             connected = false;
         }
         cache.Clear();
+        servedTables.Stop();
         servedColumns.Stop();
         servedPrimaryKeys.Stop();
         servedForeignKeys.Stop();
         dialect = Dialect::Plain;
+        dbms = Dbms::Other;
+        facts = SchemaFacts();
         connection.Reset();
         environment.Reset();
     }
@@ -326,14 +345,11 @@ struct OdbcImport::State {
         const WyString context =
             L"reading the columns of every table" + (where.empty() ? WyString() : L" of " + where);
         WideArg catalogArg = LiteralArgument(catalog);
-        WideArg schemaArg = PatternArgument(schema);
+        WideArg schemaArg = PatternArgument(dbms, schema);
         WideArg all(L"%");
         RunCatalogCall(
             Connection(context), context,
-            [&](SQLHSTMT statement) {
-                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), all.Data(), all.Length(), all.Data(), all.Length());
-            },
+            [&](SQLHSTMT statement) { return Columns(statement, catalogArg, schemaArg, all, all); },
             [&](Row& row) {
                 TableRef table;
                 CachedColumn column;
@@ -348,17 +364,15 @@ struct OdbcImport::State {
     ColumnShape DriverShape(const WyString& catalog, const TableRef& table, const WyString& column) {
         const WyString context = L"reading the column " + NamePath({&table.schema, &table.table, &column});
         WideArg catalogArg = LiteralArgument(catalog);
-        WideArg schemaArg = PatternArgument(EscapedName(table.schema));
-        WideArg tableArg = PatternArgument(EscapedName(table.table));
-        WideArg columnArg = PatternArgument(EscapedName(column));
+        WideArg schemaArg = PatternArgument(dbms, EscapedName(table.schema));
+        WideArg tableArg = PatternArgument(dbms, EscapedName(table.table));
+        WideArg columnArg = PatternArgument(dbms, EscapedName(column));
         bool found = false;
         ColumnShape result;
         RunCatalogCall(
             Connection(context), context,
             [&](SQLHSTMT statement) {
-                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), tableArg.Data(), tableArg.Length(), columnArg.Data(),
-                                   columnArg.Length());
+                return Columns(statement, catalogArg, schemaArg, tableArg, columnArg);
             },
             [&](Row& row) {
                 TableRef of;
@@ -379,6 +393,108 @@ struct OdbcImport::State {
             throw ErrorMessage(context + L": the driver does not list the column");
         }
         return result;
+    }
+
+    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported.
+    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema) {
+        const WyString& key = dbms == Dbms::PostgreSQL ? schema : catalog;
+        if (!facts.loaded || facts.key != key) {
+            facts = SchemaFacts();
+            facts.key = key;
+            if (dbms == Dbms::PostgreSQL) {
+                ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
+            } else {
+                ReadFactsMariaDb(Connection(L"reading column types"), key, facts);
+            }
+            facts.loaded = true;
+        }
+        return facts;
+    }
+
+    // Completes a table the driver reported with what the database knows beyond it.
+    void Complete(MITable& table) {
+        if (dbms == Dbms::PostgreSQL) {
+            const SchemaFacts& known = FactsOf(table.catalog_, table.schema_);
+            const auto relation = known.relations.find(table.table_);
+            table.remarks_ = relation == known.relations.end() ? WyString() : relation->second.remarks;
+        }
+    }
+
+    // Completes a column the driver reported with the database's own type and comment; false when
+    // the row is not a column of a table the source lists (psqlODBC lists index columns too).
+    bool Complete(MIColumn& column) {
+        switch (dbms) {
+        case Dbms::PostgreSQL: {
+            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
+            const auto relation = known.relations.find(column.table_);
+            if (relation == known.relations.end() || !PgListsColumnsOf(relation->second.kind)) {
+                return false;
+            }
+            const auto found = known.columns.find({column.table_, column.columnName_});
+            if (found != known.columns.end()) {
+                RefineType(dbms, found->second.type, column);
+                column.remarks_ = found->second.remarks;
+            }
+            return true;
+        }
+        case Dbms::MariaDB: {
+            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
+            const auto found = known.columns.find({column.table_, column.columnName_});
+            if (found != known.columns.end()) {
+                RefineType(dbms, found->second.type, column);
+            }
+            return true;
+        }
+        case Dbms::SQLite:
+            RefineType(dbms, ParseNativeType(column.typeName_), column);
+            return true;
+        case Dbms::Other:
+            break;
+        }
+        return true;
+    }
+
+    // The next table of the listing that the request selects.
+    bool NextTable(MITable& record) {
+        while (tables.Fetch()) {
+            Row row(tables.Statement(), tables.Context());
+            MITable table = TableRow(row);
+            if (!TableTypeSelected(tableSelector, table.tableType_) ||
+                !PatternAllows(tablePattern.catalog, table.catalog_) ||
+                !PatternAllows(tablePattern.schema, table.schema_) ||
+                !MatchesSearchPattern(tablePattern.table, table.table_)) {
+                continue;
+            }
+            Complete(table);
+            record = std::move(table);
+            return true;
+        }
+        return false;
+    }
+
+    // MariaDB Connector/ODBC (3.1) orders SQLTables by names compared ignoring case, so tables whose
+    // names differ only in case come in no fixed order; they are put in the order of their exact
+    // names, every other table staying where the driver put it.
+    void ServeTablesInFixedOrder() {
+        servedTables.Start();
+        MITable table;
+        while (NextTable(table)) {
+            servedTables.records.push_back(std::move(table));
+        }
+        auto folded = [](const MITable& t) {
+            return BaseStringUtil::ToLowerCase(t.catalog_ + L'\n' + t.schema_ + L'\n' + t.table_);
+        };
+        std::vector<MITable>& rows = servedTables.records;
+        for (size_t first = 0; first < rows.size();) {
+            size_t end = first + 1;
+            while (end < rows.size() && folded(rows[end]) == folded(rows[first])) {
+                ++end;
+            }
+            std::sort(rows.begin() + static_cast<std::ptrdiff_t>(first),
+                      rows.begin() + static_cast<std::ptrdiff_t>(end),
+                      [](const MITable& a, const MITable& b) { return a.table_ < b.table_; });
+            first = end;
+        }
     }
 
     bool ColumnWanted(const MIColumn& column) const {
@@ -415,8 +531,8 @@ struct OdbcImport::State {
                     const WyString context =
                         L"reading the columns of every table of the schema " + Quoted(schema);
                     keyPrefetch.Start(catalog, schema);
-                    ReadColumnsPostgres(Connection(context), PgLiteral(DriverPattern(schema)), context, cache,
-                                        rows, [&](const TableRef& of, const WyString& name) {
+                    ReadColumnsPostgres(Connection(context), schema, context, cache, rows,
+                                        [&](const TableRef& of, const WyString& name) {
                                             return DriverShape(catalog, of, name);
                                         });
                 } else {
@@ -432,7 +548,7 @@ struct OdbcImport::State {
         columnTable = TableRef{catalog, schema, table};
         columnPattern = column;
         for (MIColumn& record : found) {
-            if (ColumnWanted(record)) {
+            if (ColumnWanted(record) && Complete(record)) {
                 servedColumns.records.push_back(std::move(record));
             }
         }
@@ -447,9 +563,8 @@ struct OdbcImport::State {
         const bool inMemory = cache.PrimaryKey(
             TableRef{catalog, schema, table},
             [&](SchemaRows<MIPrimaryKey>& rows) {
-                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows, cache.pkeyIndexNames)) {
-                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, rows,
-                                            cache.pkeyIndexNames);
+                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows)) {
+                    ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, WyString(), rows);
                 }
             },
             found);
@@ -477,7 +592,8 @@ struct OdbcImport::State {
             fk,
             [&](SchemaRows<MIForeignKey>& rows) {
                 if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
-                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), fk.schema, rows);
+                    ReadForeignKeysPostgres(Connection(L"reading foreign keys"), TableRef(),
+                                            TableRef{WyString(), fk.schema, WyString()}, rows);
                 }
             },
             found);
@@ -501,13 +617,11 @@ struct OdbcImport::State {
                                     const WyString& context) {
         WideArg catalogArg = NullIfEmpty(catalog);
         WideArg schemaArg = NullIfEmpty(schema);
+        WideArg any;
         std::vector<TableRef> found;
         RunCatalogCall(
             Connection(context), context,
-            [&](SQLHSTMT statement) {
-                return SQLTablesW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
-            },
+            [&](SQLHSTMT statement) { return Tables(statement, catalogArg, schemaArg, any, any); },
             [&](Row& row) {
                 const MITable table = TableRow(row);
                 // The schema argument of SQLTables is a pattern; these names are exact.
@@ -522,27 +636,32 @@ struct OdbcImport::State {
 
 namespace {
 
-WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
-    SQLWCHAR text[256] = {};
-    SQLSMALLINT length = 0;
-    if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
-        return WyString();
-    }
-    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
-                                  sizeof text / sizeof text[0] - 1);
-    return FromSql(text, units);
-}
-
-// Only where the whole-schema reads were checked against the driver's per-table answers.
-Dialect DetectDialect(SQLHDBC connection) {
+// The DBMS, where the driver is one whose answers the source was checked against.
+Dbms DetectDbms(SQLHDBC connection) {
     const WyString dbms = InfoText(connection, SQL_DBMS_NAME);
     const WyString driver = InfoText(connection, SQL_DRIVER_NAME);
     if (dbms == L"PostgreSQL" && driver.compare(0, 8, L"psqlodbc") == 0) {
-        return Dialect::Postgres;
+        return Dbms::PostgreSQL;
     }
-    if ((dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) ||
-        (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0)) {
+    if (dbms == L"SQLite" && driver.compare(0, 11, L"sqlite3odbc") == 0) {
+        return Dbms::SQLite;
+    }
+    if (dbms == L"MariaDB" && driver.compare(0, 9, L"libmaodbc") == 0) {
+        return Dbms::MariaDB;
+    }
+    return Dbms::Other;
+}
+
+// Only where the whole-schema reads were checked against the driver's per-table answers.
+Dialect WholeSchemaDialect(Dbms dbms) {
+    switch (dbms) {
+    case Dbms::PostgreSQL:
+        return Dialect::Postgres;
+    case Dbms::SQLite:
+    case Dbms::MariaDB:
         return Dialect::WholeSchema;
+    case Dbms::Other:
+        break;
     }
     return Dialect::Plain;
 }
@@ -581,7 +700,8 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
     try {
         Connect(state.environment, state.connection, target, context);
         state.connected = true;
-        state.dialect = state.perTableOnly ? Dialect::Plain : DetectDialect(state.connection.Get());
+        state.dbms = DetectDbms(state.connection.Get());
+        state.dialect = state.perTableOnly ? Dialect::Plain : WholeSchemaDialect(state.dbms);
         if (state.dialect == Dialect::Postgres) {
             state.keyPrefetch.Configure(target);
         }
@@ -607,8 +727,8 @@ void OdbcImport::PrepareForCatalog(WyString& catalog) {
     // The special request needs empty (not NULL) schema and table names.
     WideArg all(L"%"); // SQL_ALL_CATALOGS
     WideArg none(L"");
-    state.catalogs.Opened(SQLTablesW(state.catalogs.Statement(), all.Data(), all.Length(), none.Data(), 0,
-                                     none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.catalogs.Opened(Tables(state.catalogs.Statement(), all, none, none, any));
 }
 
 void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
@@ -622,8 +742,8 @@ void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
     state.schemasSeen.clear();
     WideArg all(L"%"); // SQL_ALL_SCHEMAS
     WideArg none(L"");
-    state.schemas.Opened(SQLTablesW(state.schemas.Statement(), none.Data(), 0, all.Data(), all.Length(),
-                                    none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.schemas.Opened(Tables(state.schemas.Statement(), none, all, none, any));
 }
 
 void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
@@ -634,13 +754,15 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     state.tables.Start(state.Connection(context), context);
     state.tablePattern = TableRef{catalog, schema, table};
     state.tableSelector = tableType;
-    WideArg catalogArg = PatternArgument(catalog);
-    WideArg schemaArg = PatternArgument(schema);
-    WideArg tableArg = PatternArgument(table);
+    WideArg catalogArg = PatternArgument(state.dbms, catalog);
+    WideArg schemaArg = PatternArgument(state.dbms, schema);
+    WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg typesArg = NullIfEmpty(TableTypeList(tableType));
-    state.tables.Opened(SQLTablesW(state.tables.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                   schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                   typesArg.Data(), typesArg.Length()));
+    state.servedTables.Stop();
+    state.tables.Opened(Tables(state.tables.Statement(), catalogArg, schemaArg, tableArg, typesArg));
+    if (state.dbms == Dbms::MariaDB) {
+        state.ServeTablesInFixedOrder();
+    }
 }
 
 void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString& table, WyString& column) {
@@ -663,12 +785,10 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     state.columnTable = TableRef{catalog, schema, table};
     state.columnPattern = column;
     WideArg catalogArg = LiteralArgument(catalog);
-    WideArg schemaArg = PatternArgument(schema);
-    WideArg tableArg = PatternArgument(table);
-    WideArg columnArg = PatternArgument(column);
-    state.columns.Opened(SQLColumnsW(state.columns.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                     schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                     columnArg.Data(), columnArg.Length()));
+    WideArg schemaArg = PatternArgument(state.dbms, schema);
+    WideArg tableArg = PatternArgument(state.dbms, table);
+    WideArg columnArg = PatternArgument(state.dbms, column);
+    state.columns.Opened(Columns(state.columns.Statement(), catalogArg, schemaArg, tableArg, columnArg));
 }
 
 void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
@@ -680,15 +800,26 @@ void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
         WideArg catalogArg = NullIfEmpty(of.catalog);
         WideArg schemaArg = NullIfEmpty(of.schema);
         WideArg tableArg(of.table);
-        listing.Opened(SQLPrimaryKeysW(listing.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                       schemaArg.Data(), schemaArg.Length(), tableArg.Data(),
-                                       tableArg.Length()));
+        listing.Opened(PrimaryKeys(listing.Statement(), catalogArg, schemaArg, tableArg));
     };
     state.servedPrimaryKeys.Stop();
     if (state.PrimaryKeyFromMemory(catalog, schema, table)) {
         return;
     }
     state.keyTable = TableRef{catalog, schema, table};
+    if (state.dbms == Dbms::PostgreSQL) {
+        SchemaRows<MIPrimaryKey> rows;
+        ReadPrimaryKeysPostgres(state.Connection(L"reading primary keys"), schema, table, rows);
+        state.primaryKeys.Stop();
+        state.servedPrimaryKeys.Start();
+        rows.ForTables(WyString(), false,
+                       [&](const WyString&, const WyString&, const WyString&, const MIPrimaryKey& key) {
+                           if (state.PrimaryKeyWanted(key)) {
+                               state.servedPrimaryKeys.records.push_back(key);
+                           }
+                       });
+        return;
+    }
     if (!table.empty()) {
         const WyString context = L"reading the primary key of " + NamePath({&catalog, &schema, &table});
         listing.Start(state.Connection(context), context);
@@ -728,11 +859,8 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
         WideArg fkCatalogArg = NullIfEmpty(fk.catalog);
         WideArg fkSchemaArg = NullIfEmpty(fk.schema);
         WideArg fkTableArg = NullIfEmpty(fk.table);
-        listing.Opened(SQLForeignKeysW(listing.Statement(), pkCatalogArg.Data(), pkCatalogArg.Length(),
-                                       pkSchemaArg.Data(), pkSchemaArg.Length(), pkTableArg.Data(),
-                                       pkTableArg.Length(), fkCatalogArg.Data(), fkCatalogArg.Length(),
-                                       fkSchemaArg.Data(), fkSchemaArg.Length(), fkTableArg.Data(),
-                                       fkTableArg.Length()));
+        listing.Opened(ForeignKeys(listing.Statement(), pkCatalogArg, pkSchemaArg, pkTableArg, fkCatalogArg,
+                                   fkSchemaArg, fkTableArg));
     };
     state.servedForeignKeys.Stop();
     if (state.ForeignKeysFromMemory(pk, TableRef{fkCatalog, fkSchema, fkTable})) {
@@ -740,6 +868,19 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
     }
     state.foreignPk = pk;
     state.foreignFk = TableRef{fkCatalog, fkSchema, fkTable};
+    if (state.dbms == Dbms::PostgreSQL) {
+        SchemaRows<MIForeignKey> rows;
+        ReadForeignKeysPostgres(state.Connection(L"reading foreign keys"), pk, state.foreignFk, rows);
+        listing.Stop();
+        state.servedForeignKeys.Start();
+        rows.ForTables(WyString(), false,
+                       [&](const WyString&, const WyString&, const WyString&, const MIForeignKey& key) {
+                           if (state.ForeignKeyWanted(key)) {
+                               state.servedForeignKeys.records.push_back(key);
+                           }
+                       });
+        return;
+    }
     if (!pkTable.empty() || !fkTable.empty()) {
         const WyString context = describe(state.foreignFk, pk);
         listing.Start(state.Connection(context), context);
@@ -802,20 +943,10 @@ bool OdbcImport::Get(MISchema& record) {
 
 bool OdbcImport::Get(MITable& record) {
     State& state = *m_state;
-    Listing& listing = state.tables;
-    while (listing.Fetch()) {
-        Row row(listing.Statement(), listing.Context());
-        MITable table = TableRow(row);
-        const TableRef& wanted = state.tablePattern;
-        if (!TableTypeSelected(state.tableSelector, table.tableType_) ||
-            !PatternAllows(wanted.catalog, table.catalog_) || !PatternAllows(wanted.schema, table.schema_) ||
-            !MatchesSearchPattern(wanted.table, table.table_)) {
-            continue;
-        }
-        record = std::move(table);
-        return true;
+    if (state.servedTables.active) {
+        return state.servedTables.Get(record);
     }
-    return false;
+    return state.NextTable(record);
 }
 
 bool OdbcImport::Get(MIColumn& record) {
@@ -831,7 +962,7 @@ bool OdbcImport::Get(MIColumn& record) {
         ColumnShape shape;
         ColumnRow(row, table, cached, shape);
         MIColumn column = MakeColumn(table, cached, shape);
-        if (!state.ColumnWanted(column)) {
+        if (!state.ColumnWanted(column) || !state.Complete(column)) {
             continue;
         }
         record = std::move(column);

@@ -4,6 +4,7 @@
 
 #include "import/MIRecords.h"
 #include "import/odbc/OdbcCalls.h"
+#include "import/odbc/SchemaFacts.h"
 #include "import/odbc/SchemaRows.h"
 #include "import/odbc/WholeSchemaCache.h"
 
@@ -52,18 +53,32 @@ void RunPagedPgQuery(SQLHDBC connection, const WyString& sql, const WyString& co
     RunQuery(connection, L"close " + cursor, context, ignore);
 }
 
-// Every column of the schemas LIKE `schemaLike` (a literal) from pg_catalog, with what psqlODBC
-// computes from a column's type taken from the driver itself, `driverShape(table, column)`, once per
-// distinct kind of column and connection; `cache.relationsNotRead` becomes the names of the
+// The condition that `column` matches the search pattern `pattern` ("%", "_", and "\\" escaping
+// only those and itself), as = where the pattern has no wildcard; "true" for the empty pattern.
+WyString PgPatternCondition(const wchar_t* column, const WyString& pattern);
+
+// Every column of the schemas matching `schemaPattern` from pg_catalog, with what psqlODBC
+// computes from a column's type taken from the driver itself, `driverShape(table, column)`, once
+// per distinct kind of column and connection; `cache.relationsNotRead` becomes the names of the
 // relations whose columns psqlODBC lists but this read leaves out.
-void ReadColumnsPostgres(SQLHDBC connection, const WyString& schemaLike, const WyString& context,
+void ReadColumnsPostgres(SQLHDBC connection, const WyString& schemaPattern, const WyString& context,
                          WholeSchemaCache& cache, SchemaRows<CachedColumn>& rows,
                          const std::function<ColumnShape(const TableRef&, const WyString&)>& driverShape);
 
-// Every primary-key row of the schema, and the names of its indexes that end in "_pkey".
-void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIPrimaryKey>& rows,
-                             std::set<WyString>& pkeyIndexNames);
-// Every foreign-key row of the schema's tables.
-void ReadForeignKeysPostgres(SQLHDBC connection, const WyString& schema, SchemaRows<MIForeignKey>& rows);
+// The primary-key rows of the table (every table when empty) of the schema (exact names), from the
+// database's constraints.
+void ReadPrimaryKeysPostgres(SQLHDBC connection, const WyString& schema, const WyString& table,
+                             SchemaRows<MIPrimaryKey>& rows);
+// The foreign-key rows between the tables `pk` and `fk` (exact names, empty: any), from the
+// database's constraints.
+void ReadForeignKeysPostgres(SQLHDBC connection, const TableRef& pk, const TableRef& fk,
+                             SchemaRows<MIForeignKey>& rows);
+
+// The kinds, comments and native types of the relations and columns of the schema.
+void ReadFactsPostgres(SQLHDBC connection, const WyString& schema, SchemaFacts& facts);
+
+// Whether psqlODBC's SQLColumns rows of a relation of this kind are a listed table's columns
+// (not an index's, a sequence's or a composite type's).
+bool PgListsColumnsOf(wchar_t relkind);
 
 } // namespace odbc

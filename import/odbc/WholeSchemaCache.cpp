@@ -9,7 +9,6 @@ void WholeSchemaCache::Clear() {
     shapeOfKind.clear();
     relationsNotRead.clear();
     primaryKeys.Clear();
-    pkeyIndexNames.clear();
     foreignKeys.Clear();
 }
 

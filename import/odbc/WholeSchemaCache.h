@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <map>
-#include <set>
 #include <vector>
 
 namespace odbc {
@@ -120,7 +119,6 @@ struct WholeSchemaCache {
     std::map<WyString, uint32_t> shapeOfKind;
     std::map<WyString, char> relationsNotRead; // of the schema in `columns`
     BulkCache<MIPrimaryKey> primaryKeys;
-    std::set<WyString> pkeyIndexNames; // of the schema in `primaryKeys`
     BulkCache<MIForeignKey> foreignKeys;
 
     void Clear();
@@ -148,14 +146,9 @@ struct WholeSchemaCache {
         if (!primaryKeys.Use(request.catalog, request.schema, request.table, reads, load)) {
             return false;
         }
-        std::vector<MIPrimaryKey> found;
         primaryKeys.rows.ForTables(request.table, true,
                                    [&](const WyString&, const WyString&, const WyString&,
-                                       const MIPrimaryKey& key) { found.push_back(key); });
-        if (found.empty() && pkeyIndexNames.count(request.table + L"_pkey") != 0) {
-            return false;
-        }
-        out = std::move(found);
+                                       const MIPrimaryKey& key) { out.push_back(key); });
         return true;
     }
 

@@ -91,11 +91,14 @@ TEST_F(OdbcSqliteTest, ColumnsCarryTypeSizeAndNullability) {
         uint32 precision;
         uint16 nullable;
     };
-    // DECIMAL(10,2) as the driver reports it: SQL_VARCHAR, size 2.
+    // Mapped from the declared types: the driver reports DECIMAL(10,2) as SQL_VARCHAR of size 2.
     const Expected expected[] = {
-        {"employee_id", WyInt4Data, "INTEGER", 9, 0},     {"full_name", WyVarCharData, "VARCHAR(80)", 80, 0},
-        {"manager_id", WyInt4Data, "INTEGER", 9, 1},      {"hire_date", WyDateData, "DATE", 0, 0},
-        {"salary", WyVarCharData, "DECIMAL(10,2)", 2, 1}, {"photo", WyBinaryData, "BLOB", 0, 1},
+        {"employee_id", WyInt4Data, "INTEGER", 10, 0},
+        {"full_name", WyVarCharData, "VARCHAR(80)", 80, 0},
+        {"manager_id", WyInt4Data, "INTEGER", 10, 1},
+        {"hire_date", WyDateData, "DATE", 10, 0},
+        {"salary", WyDecimalData, "DECIMAL(10,2)", 10, 1},
+        {"photo", WyLongVarBinaryData, "BLOB", 1000000000, 1},
     };
     const std::vector<MIColumn> columns = Columns(L"employees");
     ASSERT_EQ(columns.size(), std::size(expected));
@@ -113,7 +116,7 @@ TEST_F(OdbcSqliteTest, ColumnsCarryTypeSizeAndNullability) {
     const std::vector<MIColumn> total = Columns(L"order_totals", L"total");
     ASSERT_EQ(total.size(), 1u);
     EXPECT_EQ(total[0].typeName_, L"");
-    EXPECT_EQ(total[0].dataType_, WyVarCharData);
+    EXPECT_EQ(total[0].dataType_, WyLongVarCharData);
 
     std::vector<std::string> found;
     for (const MIColumn& c : Columns(L"order%", L"%\\_id"))
