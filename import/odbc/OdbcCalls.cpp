@@ -181,4 +181,13 @@ WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
     return FromSql(text, units);
 }
 
+WyString RequiredInfoText(SQLHDBC connection, SQLUSMALLINT item, const WyString& context) {
+    SQLWCHAR text[256] = {};
+    SQLSMALLINT length = 0;
+    Check(SQLGetInfoW(connection, item, text, sizeof text, &length), context, SQL_HANDLE_DBC, connection);
+    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
+                                  sizeof text / sizeof text[0] - 1);
+    return FromSql(text, units);
+}
+
 } // namespace odbc

@@ -147,6 +147,9 @@ void CloseCursor(SQLHSTMT statement) noexcept;
 void Disconnect(SQLHDBC connection) noexcept;
 // The text of an SQLGetInfo item; empty when the driver does not answer.
 WyString InfoText(SQLHDBC connection, SQLUSMALLINT item);
+// The text of an SQLGetInfo item that every driver answers (the DBMS and driver names); a driver
+// that does not is thrown with `context`, since the source's behaviour depends on the answer.
+WyString RequiredInfoText(SQLHDBC connection, SQLUSMALLINT item, const WyString& context);
 
 // Opens `connection` (under a new `environment`) to `source`. Throws with `context`.
 void Connect(Handle& environment, Handle& connection, const DataSource& source, const WyString& context);

@@ -637,9 +637,10 @@ struct OdbcImport::State {
 namespace {
 
 // The DBMS, where the driver is one whose answers the source was checked against.
-Dbms DetectDbms(SQLHDBC connection) {
-    const WyString dbms = InfoText(connection, SQL_DBMS_NAME);
-    const WyString driver = InfoText(connection, SQL_DRIVER_NAME);
+// A driver that cannot name them would silently get another reading (types, whole-schema reads).
+Dbms DetectDbms(SQLHDBC connection, const WyString& context) {
+    const WyString dbms = RequiredInfoText(connection, SQL_DBMS_NAME, context);
+    const WyString driver = RequiredInfoText(connection, SQL_DRIVER_NAME, context);
     if (dbms == L"PostgreSQL" && driver.compare(0, 8, L"psqlodbc") == 0) {
         return Dbms::PostgreSQL;
     }
@@ -700,7 +701,7 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
     try {
         Connect(state.environment, state.connection, target, context);
         state.connected = true;
-        state.dbms = DetectDbms(state.connection.Get());
+        state.dbms = DetectDbms(state.connection.Get(), context);
         state.dialect = state.perTableOnly ? Dialect::Plain : WholeSchemaDialect(state.dbms);
         if (state.dialect == Dialect::Postgres) {
             state.keyPrefetch.Configure(target);
@@ -774,8 +775,7 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     if (state.ColumnsFromMemory(catalog, schema, table, column)) {
         return;
     }
-    if (TooLongForSqliteDriver(table) &&
-        InfoText(state.Connection(context), SQL_DRIVER_NAME).compare(0, 11, L"sqlite3odbc") == 0) {
+    if (TooLongForSqliteDriver(table) && state.dbms == Dbms::SQLite) {
         throw ErrorMessage(context +
                            L": the SQLite ODBC driver lists no columns of a table whose name is 512 "
                            L"bytes or longer in UTF-8; leave UDMLGEN_ODBC_PER_TABLE unset, so that "
