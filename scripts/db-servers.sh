@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Throwaway PostgreSQL 15 and MariaDB servers for the tests against real databases: each listens on
 # 127.0.0.1 at a port of its own, keeps its data under one scratch folder and never touches the
-# system's services. Usage: db-servers.sh start|stop|env
+# system's services. Usage: db-servers.sh start|stop|env|samples|pg-admin|mariadb-admin (the last
+# two run SQL from standard input as the server's superuser)
 #
 # Settings (environment): UDML_DB_DIR (scratch folder, default ${TMPDIR:-/tmp}/udml-db-servers),
 # UDML_PG_PORT (default 55432), UDML_MARIADB_PORT (default 53306), UDML_PG_OPTIONS (further
@@ -283,8 +284,18 @@ case "${1:-}" in
   samples)
     load_samples
     ;;
+  pg-admin)
+    # SQL from standard input as the PostgreSQL superuser, for tests that must hold a lock on a
+    # system catalog (a stalled catalog query) or see every session.
+    pg_running || die "PostgreSQL is not running (db-servers.sh start)"
+    as_pg "$pg_bin/psql" -X -q -v ON_ERROR_STOP=1 -h "$pg_dir" -p "$pg_port" -U postgres -d "$pg_database"
+    ;;
+  mariadb-admin)
+    # SQL from standard input as MariaDB's root, for tests that make accounts of their own.
+    mariadb --no-defaults --socket="$my_socket" -uroot
+    ;;
   *)
-    echo "usage: db-servers.sh start|stop|env|samples" >&2
+    echo "usage: db-servers.sh start|stop|env|samples|pg-admin|mariadb-admin" >&2
     exit 2
     ;;
 esac

@@ -116,8 +116,9 @@ void Connect(Handle& environment, Handle& connection, const DataSource& source, 
     connection.Allocate(SQL_HANDLE_DBC, environment.Get(), SQL_HANDLE_ENV, context);
     // A server that does not answer must end in a message, not a hang. Drivers that cannot
     // time out a login refuse the attribute; they connect without it.
+    const unsigned loginSeconds = Timeout() != 0 ? Timeout() : 15;
     SQLSetConnectAttrW(connection.Get(), SQL_ATTR_LOGIN_TIMEOUT,
-                       reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(15)), 0);
+                       reinterpret_cast<SQLPOINTER>(static_cast<uintptr_t>(loginSeconds)), 0);
     SQLRETURN rc;
     if (source.IsConnectionString()) {
         WideArg text(source.ConnectionString());
@@ -131,6 +132,7 @@ void Connect(Handle& environment, Handle& connection, const DataSource& source, 
                          passwordArg.Data(), passwordArg.Length());
     }
     Check(rc, context, SQL_HANDLE_DBC, connection.Get());
+    LimitServerTime(connection.Get());
 }
 
 SQLRETURN Tables(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table, WideArg& types) {
@@ -174,6 +176,15 @@ WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
     if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
         return WyString();
     }
+    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
+                                  sizeof text / sizeof text[0] - 1);
+    return FromSql(text, units);
+}
+
+WyString RequiredInfoText(SQLHDBC connection, SQLUSMALLINT item, const WyString& context) {
+    SQLWCHAR text[256] = {};
+    SQLSMALLINT length = 0;
+    Check(SQLGetInfoW(connection, item, text, sizeof text, &length), context, SQL_HANDLE_DBC, connection);
     const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
                                   sizeof text / sizeof text[0] - 1);
     return FromSql(text, units);

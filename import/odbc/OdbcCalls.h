@@ -4,6 +4,7 @@
 #pragma once
 
 #include "import/MIRecords.h"
+#include "import/odbc/Cancellation.h"
 #include "import/odbc/Utf16.h"
 #include "platform/ErrorMessage.h"
 #include "platform/WyString.h"
@@ -55,9 +56,13 @@ public:
         }
         m_type = type;
         m_handle = handle;
+        if (type == SQL_HANDLE_STMT) {
+            m_cancellable.Register(handle); // an interrupted run starts no further statement
+        }
     }
     void Reset() noexcept {
         if (m_handle != SQL_NULL_HANDLE) {
+            m_cancellable.Release();
             SQLFreeHandle(m_type, m_handle);
             m_handle = SQL_NULL_HANDLE;
         }
@@ -67,6 +72,7 @@ public:
 private:
     SQLSMALLINT m_type = 0;
     SQLHANDLE m_handle = SQL_NULL_HANDLE;
+    CancellableStatement m_cancellable;
 };
 
 // A text argument of a wide entry point: NUL-terminated UTF-16, or NULL.
@@ -141,6 +147,9 @@ void CloseCursor(SQLHSTMT statement) noexcept;
 void Disconnect(SQLHDBC connection) noexcept;
 // The text of an SQLGetInfo item; empty when the driver does not answer.
 WyString InfoText(SQLHDBC connection, SQLUSMALLINT item);
+// The text of an SQLGetInfo item that every driver answers (the DBMS and driver names); a driver
+// that does not is thrown with `context`, since the source's behaviour depends on the answer.
+WyString RequiredInfoText(SQLHDBC connection, SQLUSMALLINT item, const WyString& context);
 
 // Opens `connection` (under a new `environment`) to `source`. Throws with `context`.
 void Connect(Handle& environment, Handle& connection, const DataSource& source, const WyString& context);

@@ -51,6 +51,17 @@ using namespace odbc;
 
 namespace {
 
+// The SQLite ODBC driver (0.9998) copies a table name argument into a buffer of 512 bytes and
+// lists no columns for a longer name, without a word; its whole-schema listing has no such limit.
+bool TooLongForSqliteDriver(const WyString& table) {
+    size_t bytes = 0;
+    for (const wchar_t c : table) {
+        const auto unit = static_cast<uint32_t>(c);
+        bytes += unit < 0x80 ? 1 : unit < 0x800 ? 2 : unit < 0x10000 ? 3 : 4;
+    }
+    return bytes >= 512;
+}
+
 // NOTE: unixODBC passes the arguments of wide calls to a driver without wide entry points (the
 //       Debian build of SQLite3 ODBC is one) in the character set of the process locale; under
 //       the C locale the characters beyond ASCII are lost, and a table pattern ending in a euro
@@ -552,7 +563,7 @@ struct OdbcImport::State {
                     LoadColumnsWhole(rows, catalog, schema);
                 }
             },
-            found);
+            found, TooLongForSqliteDriver(table));
         if (!inMemory) {
             return false;
         }
@@ -650,9 +661,10 @@ struct OdbcImport::State {
 namespace {
 
 // The DBMS, where the driver is one whose answers the source was checked against.
-Dbms DetectDbms(SQLHDBC connection) {
-    const WyString dbms = InfoText(connection, SQL_DBMS_NAME);
-    const WyString driver = InfoText(connection, SQL_DRIVER_NAME);
+// A driver that cannot name them would silently get another reading (types, whole-schema reads).
+Dbms DetectDbms(SQLHDBC connection, const WyString& context) {
+    const WyString dbms = RequiredInfoText(connection, SQL_DBMS_NAME, context);
+    const WyString driver = RequiredInfoText(connection, SQL_DRIVER_NAME, context);
     if (dbms == L"PostgreSQL" && driver.compare(0, 8, L"psqlodbc") == 0) {
         return Dbms::PostgreSQL;
     }
@@ -722,7 +734,7 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
     try {
         Connect(state.environment, state.connection, target, context);
         state.connected = true;
-        state.dbms = DetectDbms(state.connection.Get());
+        state.dbms = DetectDbms(state.connection.Get(), context);
         state.dialect = state.perTableOnly ? Dialect::Plain : WholeSchemaDialect(state.dbms);
         if (state.dialect == Dialect::Postgres) {
             state.keyPrefetch.Configure(target);
@@ -797,6 +809,12 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     ++state.listingGeneration;
     if (state.ColumnsFromMemory(catalog, schema, table, column)) {
         return;
+    }
+    if (TooLongForSqliteDriver(table) && state.dbms == Dbms::SQLite) {
+        throw ErrorMessage(context +
+                           L": the SQLite ODBC driver lists no columns of a table whose name is 512 "
+                           L"bytes or longer in UTF-8; leave UDMLGEN_ODBC_PER_TABLE unset, so that "
+                           L"the whole schema is read at once, or shorten the name");
     }
     state.columns.Start(state.Connection(context), context);
     state.columnTable = TableRef{catalog, schema, table};

@@ -3,8 +3,10 @@
 #include "import/odbc/OdbcRules.h"
 
 #include "platform/BaseStringUtil.h"
+#include "platform/ErrorMessage.h"
 
 #include <algorithm>
+#include <cwctype>
 
 namespace {
 
@@ -112,8 +114,46 @@ WyString QuoteConnectionValue(const WyString& value) {
     return quoted;
 }
 
+namespace {
+
+// Whether the connection string names psqlODBC as its driver (a library path or a driver name).
+bool NamesPsqlOdbc(const WyString& source) {
+    WyString lower;
+    for (wchar_t c : source)
+        lower += static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+    for (size_t at = lower.find(L"driver"); at != WyString::npos; at = lower.find(L"driver", at + 1)) {
+        const bool startsAttribute = at == 0 || lower[at - 1] == L';' || IsBlank(lower[at - 1]);
+        size_t equals = at + 6;
+        while (equals < lower.size() && IsBlank(lower[equals]))
+            ++equals;
+        if (!startsAttribute || equals >= lower.size() || lower[equals] != L'=')
+            continue;
+        const WyString value = lower.substr(equals + 1, lower.find(L';', equals) - equals - 1);
+        return value.find(L"psqlodbc") != WyString::npos || value.find(L"postgres") != WyString::npos;
+    }
+    return false;
+}
+
+// psqlODBC (13) takes a UID value as it stands, braces included, up to the next ";": a user
+// name goes unquoted, and one that holds ";" or begins with "{" cannot be given at all.
+WyString PsqlOdbcUser(const WyString& user) {
+    const wchar_t* problem = user.find(L';') != WyString::npos ? L"holds \";\""
+                             : user.front() == L'{'            ? L"begins with \"{\""
+                                                               : nullptr;
+    if (problem != nullptr) {
+        throw ErrorMessage(L"the user name " + WyString(problem) +
+                           L", which psqlODBC cannot take in a connection string (it ends the value at "
+                           L"\";\" and keeps braces as part of the name): connect through a data source "
+                           L"name (--connect DSN), which hands the user name to the driver as it is");
+    }
+    return user;
+}
+
+} // namespace
+
 WyString AppendCredentials(const WyString& source, const WyString& user, const WyString& password) {
     WyString connection = source;
+    const bool psqlOdbc = NamesPsqlOdbc(source);
     auto append = [&connection](const wchar_t* key, const WyString& value) {
         // A trailing ";" already separates; doubling it would hand the driver an empty attribute.
         if (!connection.empty() && connection.back() != L';') {
@@ -124,7 +164,13 @@ WyString AppendCredentials(const WyString& source, const WyString& user, const W
         connection += QuoteConnectionValue(value);
     };
     if (!user.empty()) {
-        append(L"UID", user);
+        if (psqlOdbc) {
+            if (!connection.empty() && connection.back() != L';')
+                connection += L';';
+            connection += L"UID=" + PsqlOdbcUser(user);
+        } else {
+            append(L"UID", user);
+        }
     }
     if (!password.empty()) {
         append(L"PWD", password);

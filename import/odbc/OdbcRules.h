@@ -18,7 +18,9 @@ WyDataType MapOdbcDataType(int dataType, const WyString& typeName);
 WyString QuoteConnectionValue(const WyString& value);
 
 /// `source` with ";UID=user" appended when `user` is not empty and ";PWD=password" when
-/// `password` is not empty, each value quoted by QuoteConnectionValue.
+/// `password` is not empty, each value quoted by QuoteConnectionValue. Where `source` names
+/// psqlODBC as its driver, which reads UID without braces, the user name goes unquoted, and one
+/// that holds ";" or begins with "{" is refused with an ErrorMessage that says so.
 WyString AppendCredentials(const WyString& source, const WyString& user, const WyString& password);
 
 /// `connection` fit to show in a message: the value of every PWD or PASSWORD attribute (any

@@ -29,9 +29,10 @@ template <typename Row> struct BulkCache {
     }
 
     // True when the rows of (catalog, schema) are in memory, reading them with `load` when due.
+    // `now`: read at once, even for the first table asked for (one the driver cannot be asked about).
     template <typename Load>
-    bool Use(const WyString& catalog, const WyString& schema, const WyString& table, size_t& reads,
-             Load load) {
+    bool Use(const WyString& catalog, const WyString& schema, const WyString& table, size_t& reads, Load load,
+             bool now = false) {
         if (rows.Holds(catalog, schema)) {
             return true;
         }
@@ -41,7 +42,8 @@ template <typename Row> struct BulkCache {
         if (hasFailed && failed.catalog == catalog && failed.schema == schema) {
             return false;
         }
-        if (!hasPending || pending.catalog != catalog || pending.schema != schema || pending.table == table) {
+        if (!now && (!hasPending || pending.catalog != catalog || pending.schema != schema ||
+                     pending.table == table)) {
             pending = TableRef{catalog, schema, table};
             hasPending = true;
             return false;
@@ -123,8 +125,10 @@ struct WholeSchemaCache {
 
     // The columns of the tables matching the pattern `request.table` of the request's schema, when
     // that schema's rows are in memory or now read by `load(rows)`. False: the driver is to be asked.
-    template <typename Load> bool Columns(const TableRef& request, Load load, std::vector<MIColumn>& out) {
-        if (!columns.Use(request.catalog, request.schema, request.table, reads, load) ||
+    // `now`: read the schema even for the first table asked for.
+    template <typename Load>
+    bool Columns(const TableRef& request, Load load, std::vector<MIColumn>& out, bool now = false) {
+        if (!columns.Use(request.catalog, request.schema, request.table, reads, load, now) ||
             !NamesMatching(relationsNotRead, request.table).empty()) {
             return false;
         }

@@ -160,12 +160,6 @@ SweepCount Sweep(CLIType cliType) {
     return count;
 }
 
-TEST(FaultSweep, EveryCallOfAnOdbcDatabaseWalkFailsInTurnAndIsAbsorbed) {
-    const SweepCount count = Sweep(ServerInfo::kCLI_ODBC350);
-    EXPECT_EQ(count.reported, 0);
-    std::cout << "ODBC source: " << count.injected << " faults injected, " << count.reported << " reported\n";
-}
-
 TEST(FaultSweep, WebServiceLookupsReportTheirFailuresAndListingsAbsorbTheirs) {
     const SweepCount count = Sweep(ServerInfo::kCLI_WS);
     EXPECT_GT(count.reported, 0);

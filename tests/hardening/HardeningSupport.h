@@ -11,7 +11,7 @@
 SourceMetadata LargeSource(int catalogs, int schemasPerCatalog, int tablesPerSchema);
 
 /// Empty when `partial` is what an interrupted walk may leave of `complete`: the statements of
-/// `complete` from its start, of which the last may be cut short (it begins with the first line of
-/// its complete form, some inner parts are missing, and it is still closed by ";\n"). Otherwise says where
-/// the texts part.
+/// `complete` from its start, byte for byte, of which the last may be cut short: it begins with the
+/// first line of its complete form, ends with ";\n", and each of its column entries is one of the
+/// complete form (entries missing, none empty). Otherwise says where the texts part.
 std::string CheckInterruptedOutput(const std::string& complete, const std::string& partial);

@@ -183,8 +183,10 @@ TEST_F(OdbcSqliteTest, ListingsOfDifferentKindsRunSideBySide) {
 TEST(OdbcSqliteNamesTest, AwkwardNamesSurviveTheWideEntryPoints) {
     const std::string longName(700, 'q'); // longer than one piece of SQLGetData
     const std::string path = sqlite_sample::Database(
-        "names.db", "CREATE TABLE \"Straße_😀\" (\"größe_😀\" INTEGER UNSIGNED NOT NULL, " + longName +
-                        " TINYINT UNSIGNED, plain unsignedint); CREATE TABLE orderXlines (y INT);");
+        "names.db",
+        "CREATE TABLE \"Straße_😀\" (\"größe_😀\" INTEGER UNSIGNED NOT NULL, " + longName +
+            " TINYINT UNSIGNED, plain unsignedint); CREATE TABLE orderXlines (y INT); CREATE TABLE " +
+            longName + " (z INT);");
     OdbcImport names;
     sqlite_sample::Open(names, sqlite_sample::ConnectionTo(path));
 
@@ -212,6 +214,21 @@ TEST(OdbcSqliteNamesTest, AwkwardNamesSurviveTheWideEntryPoints) {
     EXPECT_EQ(All<MITable>(names).size(), 1u);
     names.PrepareForTable(catalog, schema, exact, 1);
     EXPECT_THAT(All<MITable>(names), IsEmpty());
+
+    // The driver's per-table call lists nothing for a name of 512 bytes or more: the whole schema
+    // is read instead, or, where only per-table calls are allowed, the failure says why.
+    WyString longTable = Wide(longName);
+    names.PrepareForColumn(catalog, schema, longTable, column);
+    EXPECT_EQ(All<MIColumn>(names).size(), 1u);
+    OdbcImport perTable;
+    perTable.SetPerTableReads(true);
+    sqlite_sample::Open(perTable, sqlite_sample::ConnectionTo(path));
+    try {
+        perTable.PrepareForColumn(catalog, schema, longTable, column);
+        ADD_FAILURE() << "a long name was asked of the driver";
+    } catch (const ErrorMessage& error) {
+        EXPECT_THAT(error.what(), ::testing::HasSubstr("512 bytes or longer"));
+    }
 }
 
 // Messages: the first says what was being done, the next ones are the driver's diagnostics.

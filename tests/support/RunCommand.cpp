@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -46,7 +47,7 @@ std::string UdmlgenPath() {
 }
 
 CommandResult RunCommand(const std::string& command) {
-    static int counter = 0;
+    static std::atomic<int> counter{0}; // the fault sweeps run commands from several threads
     const std::string errFile =
         ScratchPath("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
     CommandResult result;

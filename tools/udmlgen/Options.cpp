@@ -194,6 +194,8 @@ void AddSourceOptions(CLI::App& command, Options& options) {
     // The include and exclude selection of catalogs, schemas and tables, so that generation and
     // capture honour it alike.
     AddSelectionOptions(command, options.selection);
+    AddValue(command, "--timeout", options.timeoutText, "SECONDS",
+             "seconds the server may take to log in or to answer one query, 1 to 86400 (default: no limit)");
 }
 
 void AddLoggingOptions(CLI::App& command, bool& quiet, bool& verbose) {
@@ -342,6 +344,15 @@ uint8_t ParseTableTypes(const std::string& text) {
     return static_cast<uint8_t>(*value);
 }
 
+unsigned ParseTimeout(const std::string& text) {
+    if (!AllOf(text, "0123456789"))
+        throw UsageError{"--timeout " + Quote(text) + ": not a number; give whole seconds, 1 to 86400"};
+    const std::optional<long> value = DigitsValue(text, 10, 86400);
+    if (!value || *value == 0)
+        throw UsageError{"--timeout " + Quote(text) + ": out of range; give 1 to 86400 seconds"};
+    return static_cast<unsigned>(*value);
+}
+
 int ParseDepth(const std::string& text) {
     const bool negative = !text.empty() && text[0] == '-';
     const std::string digits = negative ? text.substr(1) : text;
@@ -476,6 +487,8 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
         throw UsageError{"-o '': give a file name, or - for standard output"};
     if (quiet && verbose)
         throw UsageError{"-q and -v given together: choose one"};
+    if (app.count("--timeout") != 0 || snapshot->count("--timeout") != 0)
+        options.timeoutSeconds = ParseTimeout(options.timeoutText);
     options.verbosity = quiet ? Verbosity::Quiet : verbose ? Verbosity::Verbose : Verbosity::Normal;
     if (sources->parsed()) {
         options.command = Options::Command::ListSources;

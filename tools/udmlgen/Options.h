@@ -35,6 +35,8 @@ struct Options {
     Verbosity verbosity = Verbosity::Normal;
     std::string outputFile;      // empty or "-": standard output
     SelectionPatterns selection; // the include and exclude patterns of the source's objects
+    std::string timeoutText;     // --timeout as given
+    unsigned timeoutSeconds = 0; // login and query timeout; 0: none
 };
 
 /// Thrown for a usage error; the message names the option, the value given and what is accepted.

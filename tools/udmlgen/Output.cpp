@@ -45,6 +45,7 @@ std::string OutputFile::Name() const {
 void OutputFile::Open() {
     if (m_path.empty()) {
         m_file = stdout;
+        SetPendingOutput(m_file, "", "");
         return;
     }
     struct stat existing {};
@@ -53,6 +54,7 @@ void OutputFile::Open() {
         m_file = std::fopen(m_path.c_str(), "wb");
         if (m_file == nullptr)
             Fail("cannot write " + m_path + ": " + std::strerror(errno));
+        SetPendingOutput(m_file, "", "");
         return;
     }
     const size_t slash = m_path.rfind('/');
@@ -78,7 +80,7 @@ void OutputFile::Open() {
         unlink(m_temporary.c_str());
         Fail("cannot write " + m_path + ": " + std::strerror(error));
     }
-    SetPendingOutput(m_temporary, m_path + ".partial");
+    SetPendingOutput(m_file, m_temporary, m_path + ".partial");
 }
 
 bool OutputFile::Write(const char* bytes, size_t length) {
@@ -96,6 +98,8 @@ bool OutputFile::Finish(bool succeeded) {
         return true;
     if (std::fflush(m_file) != 0 && m_errno == 0)
         m_errno = errno;
+    // From here a signal has nothing to keep: the file is closed, then replaced or kept below.
+    SetPendingOutput(nullptr, "", "");
     if (m_file != stdout && std::fclose(m_file) != 0 && m_errno == 0)
         m_errno = errno;
     m_file = nullptr;
@@ -103,7 +107,6 @@ bool OutputFile::Finish(bool succeeded) {
     if (!written)
         std::cerr << "udmlgen: writing " << Name() << " failed: " << std::strerror(m_errno) << "\n";
     if (!m_temporary.empty()) {
-        SetPendingOutput("", "");
         const std::string partial = m_path + ".partial";
         if (succeeded && written) {
             if (std::rename(m_temporary.c_str(), m_path.c_str()) != 0) {

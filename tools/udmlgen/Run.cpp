@@ -7,6 +7,7 @@
 #include "Log.h"
 #include "Output.h"
 #include "Source.h"
+#include "SourceGuard.h"
 
 #include "SMUOdbcGenerator.h"
 #include "import/snapshot/SnapshotWriter.h"
@@ -141,8 +142,13 @@ int Generate(const Options& options) {
 
     OutputFile output(options.outputFile);
     output.Open();
-    CUdmlGenerator generator(&repository, source.import.get(), Wide(options.connect), Wide(options.database),
+    // The generator ends a listing quietly when the source fails; the wrapper keeps the failures so
+    // that the run cannot end in success with less than the source holds.
+    FailureRecordingImport watched(*source.import);
+    CUdmlGenerator generator(&repository, &watched, Wide(options.connect), Wide(options.database),
                              Wide(options.user), L"", source.cliType);
+    watched.OnConnectionLost([&generator] { generator.Abort(); });
+    watched.SetStallSeconds(options.timeoutSeconds);
     StreamSink sink(output, options.viewLinks, [&generator] { generator.Abort(); });
     // The phase lines of -v would break into the progress line.
     if (isatty(STDERR_FILENO) && options.verbosity == Verbosity::Normal)
@@ -159,7 +165,8 @@ int Generate(const Options& options) {
                                             Wide(options.foreignKey), Wide(options.baseTable), errorText,
                                             options.depth, options.generateMask, false);
     log.Phase("wrote the request");
-    if (succeeded && options.viewLinks && ReceivedSignal() == 0 && !sink.Stopped()) {
+    if (succeeded && options.viewLinks && ReceivedSignal() == 0 && !sink.Stopped() &&
+        !watched.HasFailures()) {
         succeeded = WriteViewLinks(generator, repository, sink, options, errorText);
         log.Phase("wrote the view-link joins");
     }
@@ -176,6 +183,9 @@ int Generate(const Options& options) {
     if (ReceivedSignal() != 0) {
         std::cerr << "udmlgen: interrupted; the output holds what was written until then\n";
         status = 128 + ReceivedSignal();
+    } else if (watched.HasFailures()) {
+        ReportSourceFailures(watched.Failures());
+        status = kExitFailure;
     } else if (!succeeded) {
         Log::Error("generation failed", Lines(errorText));
         status = kExitFailure;

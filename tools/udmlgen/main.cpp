@@ -5,6 +5,7 @@
 #include "Log.h"
 #include "Options.h"
 #include "Run.h"
+#include "SourceGuard.h"
 
 #include "platform/ErrorMessage.h"
 
@@ -38,7 +39,8 @@ int main(int argc, char** argv) {
     }
     if (!options)
         return 0;
-    udmlgen::InstallSignalHandlers();
+    udmlgen::InstallSignalHandlers(udmlgen::CancelRunningSourceCalls);
+    udmlgen::ApplySourceLimits(*options);
 
     try {
         switch (options->command) {

@@ -179,6 +179,10 @@ void BuildColumnProperties(const MIColumn& column, WyStringStringMap& properties
 void CUdmlGenerator::GenerateColumnInfoUdml(const MIColumn& column) {
     if (m_bAbort)
         return;
+    WriteColumnBody(column);
+}
+
+void CUdmlGenerator::WriteColumnBody(const MIColumn& column) {
     char number[16];
 
     GenerateQualifiedUdml(&m_strDatabase, &m_strCatalog, &m_strSchema, &m_strTable, &column.columnName_,
@@ -317,6 +321,11 @@ void CUdmlGenerator::GenerateTableColumnUdml(MIColumnVector* pColumns) {
         const WyString noPickList = L"NULL";
         bool first = true;
         for (size_t index = 0; index < columnCount; ++index) {
+            // An abort ends the list after its last whole entry. It is checked once, here: an
+            // abort from another thread between the separator and the entry would otherwise leave
+            // an empty place in the list.
+            if (m_bAbort)
+                break;
             MIColumn& current = columnVector[index];
             if (m_pImport->GetTavrinEAI() && !current.picklistName.empty() &&
                 !BaseStringUtil::IsMatch(current.picklistName, noPickList))
@@ -325,9 +334,10 @@ void CUdmlGenerator::GenerateTableColumnUdml(MIColumnVector* pColumns) {
             first = false;
             OutputCString("\n    ");
             correctPickList(current, m_checkColumnVector);
-            GenerateColumnInfoUdml(current);
+            WriteColumnBody(current);
         }
-        OutputCString("\n )");
+        if (!first)
+            OutputCString("\n )");
     } catch (ErrorMessage&) {
         // The table statement goes on without the rest of its list; what was written stays.
     }

@@ -244,6 +244,8 @@ protected:
 
     // Columns and keys.
     void GenerateColumnInfoUdml(const MIColumn& column);
+    // The column body without the abort check, for a list that has written the entry's separator.
+    void WriteColumnBody(const MIColumn& column);
     void GenerateTableColumnUdml(MIColumnVector* pColumns);
     void GenerateColumnUdml();
     void correctPickList(MIColumn& column, const WyStringVector& columnVector);
