@@ -4,7 +4,8 @@
 # system's services. Usage: db-servers.sh start|stop|env
 #
 # Settings (environment): UDML_DB_DIR (scratch folder, default ${TMPDIR:-/tmp}/udml-db-servers),
-# UDML_PG_PORT (default 55432), UDML_MARIADB_PORT (default 53306).
+# UDML_PG_PORT (default 55432), UDML_MARIADB_PORT (default 53306), UDML_PG_OPTIONS (further
+# server settings, such as "-c max_locks_per_transaction=4096").
 #
 # `samples` (after start) loads the public sample schemas of UDML_SAMPLES_DIR (default
 # /work/shared/real-schemas) into databases of their own, named udml_<sample>, and into SQLite
@@ -90,7 +91,7 @@ start_pg() {
       die_with_log "PostgreSQL initdb failed" "$pg_dir/initdb.log"
   fi
   as_pg "$pg_bin/pg_ctl" -D "$pg_data" -l "$pg_log" -w -t 30 \
-    -o "-c listen_addresses=127.0.0.1 -p $pg_port -c unix_socket_directories='$pg_dir' -c fsync=off" \
+    -o "-c listen_addresses=127.0.0.1 -p $pg_port -c unix_socket_directories='$pg_dir' -c fsync=off ${UDML_PG_OPTIONS:-}" \
     start >/dev/null 2>&1 || die_with_log "PostgreSQL did not start on 127.0.0.1:$pg_port" "$pg_log"
   local quoted_password=${test_password//\'/\'\'}
   pg_admin_sql <<SQL || die_with_log "PostgreSQL test account setup failed" "$pg_log"

@@ -53,6 +53,7 @@ void AddSourceOptions(CLI::App& command, Options& options) {
     command.add_option("--snapshot", options.snapshotFile, "snapshot file to read instead of a live source");
     command.add_option("--user", options.user, "user name (password from UDMLGEN_PASSWORD)");
     command.add_option("-o,--output", options.outputFile, "write there instead of standard output");
+    AddSelectionOptions(command, options.selection);
 }
 
 } // namespace

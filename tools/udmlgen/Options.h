@@ -1,6 +1,8 @@
 // The options of the udmlgen command and their parsing into a request.
 #pragma once
 
+#include "SelectionOptions.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -26,6 +28,7 @@ struct Options {
     std::vector<std::pair<std::string, std::string>> joinWithinModule; // module, ";"-separated views
     bool viewLinks = false;
     std::string outputFile; // empty: standard output
+    SelectionPatterns selection;
 };
 
 /// Thrown for a usage error; the message says what is wrong with which option.

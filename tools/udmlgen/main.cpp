@@ -175,6 +175,7 @@ int CloseOutput(std::FILE* file, const std::string& path, bool writeFailed) {
 
 int CaptureSnapshot(const udmlgen::Options& options) {
     Source source = OpenSource(options);
+    source.import = udmlgen::ApplySelection(std::move(source.import), options.selection);
     std::FILE* file = OpenOutput(options.outputFile);
     std::ostringstream json;
     WriteSnapshot(*source.import, source.cliType, json);
@@ -212,6 +213,7 @@ int Generate(const udmlgen::Options& options) {
         UdmlReader::ReadFile(repository, file);
 
     Source source = OpenSource(options);
+    source.import = udmlgen::ApplySelection(std::move(source.import), options.selection);
     const WyString database = Wide(options.database.empty() ? source.defaultDatabase : options.database);
     ADatabase& repositoryDatabase = repository.DeclareDatabase(database);
     for (const auto& [module, views] : options.joinWithinModule) {

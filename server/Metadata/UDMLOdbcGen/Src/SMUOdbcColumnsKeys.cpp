@@ -4,6 +4,7 @@
 #include "SMUOdbcGenerator.h"
 
 #include <cstddef>
+#include <unordered_set>
 
 namespace {
 
@@ -122,6 +123,30 @@ bool ContainsIgnoringCase(const WyStringVector& names, const WyString& name) {
             return true;
     return false;
 }
+
+// Answers ContainsIgnoringCase for many names against one list. A short list is searched; a long
+// one (a key of thousands of columns checked against the table's columns) gets a set of its
+// lower-cased names on first use, so the check stays linear in the table's size.
+class NameLookup {
+public:
+    explicit NameLookup(const WyStringVector& names) : m_names(names) {}
+
+    bool Contains(const WyString& name) {
+        if (m_names.size() <= kSearchLimit)
+            return ContainsIgnoringCase(m_names, name);
+        if (m_lowered.empty()) {
+            m_lowered.reserve(m_names.size());
+            for (const WyString& candidate : m_names)
+                m_lowered.insert(BaseStringUtil::ToLowerCase(candidate));
+        }
+        return m_lowered.count(BaseStringUtil::ToLowerCase(name)) != 0;
+    }
+
+private:
+    static constexpr size_t kSearchLimit = 32;
+    const WyStringVector& m_names;
+    std::unordered_set<WyString> m_lowered;
+};
 
 // The property map of a column: the hidden mark, the EFF context with its numbered attribute
 // category resource ids, and the column's own key/value pairs, later entries replacing earlier.
@@ -369,6 +394,7 @@ void CUdmlGenerator::GenerateTableKeyUdml(MIPrimaryKeyVector* pKeys) {
     WyString workingKeyName;
     bool bOpen = false;
     size_t keyIndex = 0;
+    NameLookup declaredColumns(m_checkColumnVector);
 
     // Writes the head of a statement for the current record's key name.
     auto openStatement = [&]() {
@@ -403,7 +429,7 @@ void CUdmlGenerator::GenerateTableKeyUdml(MIPrimaryKeyVector* pKeys) {
 
             // Key columns are checked against the columns just declared for the table; handed-in
             // keys are trusted as they are.
-            if (bExisting || ContainsIgnoringCase(m_checkColumnVector, primaryKey.columnName_)) {
+            if (bExisting || declaredColumns.Contains(primaryKey.columnName_)) {
                 if (!bOpen) {
                     openStatement();
                 } else if (BaseStringUtil::IsMatch(primaryKey.primaryKeyName_, workingKeyName)) {

@@ -185,21 +185,19 @@ void CUdmlGenerator::OutputCString(const char* cStr) {
 
 void CUdmlGenerator::OutputWyString(const WyString& wyStr) {
     switch (m_nOutputType) {
-    case oVTable: {
-        const std::string bytes =
-            BaseStringUtil::StringToStdString(wyStr, SystemUtility::GetMultiByteCodePage());
-        m_pVTable->putRecord(bytes.data(), bytes.size());
+    case oVTable:
+        m_pieceBytes.clear();
+        BaseStringUtil::AppendUtf8(wyStr, m_pieceBytes);
+        m_pVTable->putRecord(m_pieceBytes.data(), m_pieceBytes.size());
         break;
-    }
     case oString:
         m_pstrOutput->append(wyStr);
         break;
-    case oStdOut: {
-        const std::string bytes =
-            BaseStringUtil::StringToStdString(wyStr, SystemUtility::GetMultiByteCodePage());
-        std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    case oStdOut:
+        m_pieceBytes.clear();
+        BaseStringUtil::AppendUtf8(wyStr, m_pieceBytes);
+        std::cout.write(m_pieceBytes.data(), static_cast<std::streamsize>(m_pieceBytes.size()));
         break;
-    }
     default:
         break;
     }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <list>
+#include <string>
 #include <unordered_map>
 
 /// One collected (schema, table, table URI) triple of the schema walk; a schema-only triple has
@@ -290,4 +291,7 @@ private:
     // The column records of the table list being written, kept between tables so that each
     // fetch refills records whose strings already have room.
     MIColumnVector m_tableColumnScratch;
+    // The 8-bit form of the piece being written to the record table or standard output, kept so
+    // that a piece costs no allocation.
+    std::string m_pieceBytes;
 };

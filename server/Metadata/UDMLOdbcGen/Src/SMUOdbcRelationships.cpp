@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <unordered_set>
 
 namespace {
 // Where an inconsistent view link is reported from; hosts recognise the report by this location.
@@ -46,6 +47,9 @@ void CUdmlGenerator::GenerateForeignKeyUdml(const WyString& strForeignKeyName) {
     WyStringVector arrayTemp;
     try {
         WyStringVector existingFKeyNames;
+        // The same names as a set: a table with thousands of foreign keys would otherwise search
+        // the list once per key. The list is still what a rename consults.
+        std::unordered_set<WyString> existingFKeyNameSet;
         WyString strEmpty;
         WyString& strFetchTable = IsSynonymBranch() ? m_strBaseTable : m_strTable;
         m_pImport->PrepareForForeignKey(strEmpty, strEmpty, strEmpty, m_strCatalog, m_strSchema,
@@ -90,9 +94,10 @@ void CUdmlGenerator::GenerateForeignKeyUdml(const WyString& strForeignKeyName) {
                     OutputCString(", ");
                 } else {
                     existingFKeyNames.push_back(prevForeignKey.foreignKeyName_);
+                    existingFKeyNameSet.insert(prevForeignKey.foreignKeyName_);
                     // Made-up names repeat by design (two unnamed keys between the same tables);
                     // only a delivered name that comes back is renamed.
-                    if (!bGeneratedName)
+                    if (!bGeneratedName && existingFKeyNameSet.count(foreignKey.foreignKeyName_) != 0)
                         foreignKey.foreignKeyName_ =
                             GenerateUniqueName(existingFKeyNames, foreignKey.foreignKeyName_);
                     GenerateForeignKeyTailUdml(prevForeignKey);
