@@ -10,9 +10,13 @@
 
 namespace {
 
-// "%" any sequence, "_" any one character, "\" the next character literally (at the very end,
-// itself); the empty pattern matches every name. Table of which pattern suffixes match which
-// name suffixes, filled from the end.
+// "%" any sequence, "_" any one character, "\" before "%", "_" or "\" that character literally
+// and before anything else (or at the very end) itself; the empty pattern matches every name. Table of which
+// pattern suffixes match which name suffixes, filled from the end.
+bool IsEscapable(wchar_t c) {
+    return c == L'%' || c == L'_' || c == L'\\';
+}
+
 bool ReferenceMatch(const WyString& pattern, const WyString& name) {
     if (pattern.empty())
         return true;
@@ -22,7 +26,7 @@ bool ReferenceMatch(const WyString& pattern, const WyString& name) {
     };
     std::vector<Item> items;
     for (size_t i = 0; i < pattern.size(); ++i) {
-        if (pattern[i] == L'\\' && i + 1 < pattern.size())
+        if (pattern[i] == L'\\' && i + 1 < pattern.size() && IsEscapable(pattern[i + 1]))
             items.push_back({Item::kLiteral, pattern[++i]});
         else if (pattern[i] == L'%')
             items.push_back({Item::kAny, 0});

@@ -19,9 +19,10 @@ std::vector<PatternToken> TokenizePattern(const WyString& pattern) {
     std::vector<PatternToken> tokens;
     tokens.reserve(pattern.size());
     for (size_t pos = 0; pos < pattern.size(); ++pos) {
+        const size_t literal = SearchPatternLiteralAt(pattern, pos);
         const wchar_t c = pattern[pos];
-        if (c == L'\\' && pos + 1 < pattern.size())
-            tokens.push_back({PatternToken::kLiteral, pattern[++pos]});
+        if (literal != pos)
+            tokens.push_back({PatternToken::kLiteral, pattern[pos = literal]});
         else if (c == L'%') {
             // Consecutive "%" mean the same as one; collapsing them keeps the matcher simple.
             if (tokens.empty() || tokens.back().kind != PatternToken::kAnySequence)

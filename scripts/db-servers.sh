@@ -8,8 +8,9 @@
 # server settings, such as "-c max_locks_per_transaction=4096").
 #
 # `samples` (after start) loads the public sample schemas of UDML_SAMPLES_DIR (default
-# /work/shared/real-schemas) into databases of their own, named udml_<sample>, and into SQLite
-# files under $UDML_DB_DIR/sqlite; it prints what it loaded and how long it took.
+# /work/shared/real-schemas) once: into PostgreSQL databases udml_<sample>, into MariaDB databases
+# sample_<sample> that only the account udml_sample (the test password) sees, so that they stay
+# out of the test account's listings, and into SQLite files under $UDML_DB_DIR/sqlite.
 set -euo pipefail
 
 base=${UDML_DB_DIR:-${TMPDIR:-/tmp}/udml-db-servers}
@@ -198,6 +199,10 @@ load_samples() {
   [ -d "$samples_dir" ] || die "no sample schemas in $samples_dir (set UDML_SAMPLES_DIR)"
   pg_running || die "PostgreSQL is not running: run db-servers.sh start first"
   my_ping || die "MariaDB is not running: run db-servers.sh start first"
+  # Each server's folder goes with the server, so the markers say what this server run holds.
+  if [ -f "$pg_dir/samples.loaded" ] && [ -f "$my_dir/samples.loaded" ]; then
+    return 0
+  fi
   local start=$SECONDS name file
   for name in pagila chinook northwind adventureworks; do
     case $name in
@@ -213,12 +218,17 @@ SQL
       as_pg "$pg_bin/psql" -X -q -v ON_ERROR_STOP=1 -h "$pg_dir" -p "$pg_port" -U postgres -d "udml_$name" \
         >/dev/null 2>"$base/load-$name.log" || die_with_log "loading $file into PostgreSQL failed" "$base/load-$name.log"
   done
+  local quoted_password=${test_password//\'/\'\'}
+  mariadb --no-defaults --socket="$my_socket" -uroot <<SQL || die_with_log "MariaDB sample account setup failed" "$my_log"
+CREATE USER IF NOT EXISTS 'udml_sample'@'127.0.0.1' IDENTIFIED BY '$quoted_password';
+GRANT ALL PRIVILEGES ON \`sample\_%\`.* TO 'udml_sample'@'127.0.0.1';
+SQL
   for name in chinook sakila; do
     {
-      echo "DROP DATABASE IF EXISTS udml_$name; CREATE DATABASE udml_$name; USE udml_$name;"
+      echo "DROP DATABASE IF EXISTS sample_$name; CREATE DATABASE sample_$name; USE sample_$name;"
       # sakila names its own database in its views.
       grep -v -i -E '^(DROP (DATABASE|SCHEMA)|CREATE (DATABASE|SCHEMA)|USE )' "$samples_dir/$name-mysql.sql" |
-        sed "s/\b$name\./udml_$name./g"
+        sed "s/\b$name\./sample_$name./g"
     } | mariadb --no-defaults --socket="$my_socket" -uroot >"$base/load-my-$name.log" 2>&1 ||
       die_with_log "loading $name-mysql.sql into MariaDB failed" "$base/load-my-$name.log"
   done
@@ -228,9 +238,10 @@ SQL
     sqlite3 -bail "$base/sqlite/$name.db" <"$samples_dir/$name-sqlite.sql" >"$base/load-sqlite-$name.log" 2>&1 ||
       die_with_log "loading $name-sqlite.sql into SQLite failed" "$base/load-sqlite-$name.log"
   done
+  touch "$pg_dir/samples.loaded" "$my_dir/samples.loaded"
   echo "db-servers.sh: loaded the sample schemas in $((SECONDS - start)) s (PostgreSQL udml_pagila," \
-    "udml_chinook, udml_northwind, udml_adventureworks; MariaDB udml_chinook, udml_sakila; SQLite" \
-    "$base/sqlite/chinook.db, sakila.db)"
+    "udml_chinook, udml_northwind, udml_adventureworks; MariaDB sample_chinook, sample_sakila as" \
+    "udml_sample; SQLite $base/sqlite/chinook.db, sakila.db)"
 }
 
 print_env() {
@@ -250,6 +261,8 @@ print_env() {
   emit UDML_MARIADB_PORT "$my_port"
   emit UDML_MARIADB_SOCKET "$my_socket"
   emit UDML_MARIADB_CONNECT "Driver=$my_driver;Server=127.0.0.1;Port=$my_port"
+  emit UDML_SQLITE_CONNECT "Driver=$(driver_path libsqliteodbc libsqlite3odbc.so);Database="
+  emit UDML_SAMPLES_SQLITE_DIR "$base/sqlite"
 }
 
 case "${1:-}" in
@@ -261,6 +274,7 @@ case "${1:-}" in
   stop)
     stop_pg
     stop_mariadb
+    rm -rf "$base/sqlite" "$base"/load-*.log
     rmdir "$base" 2>/dev/null || true
     ;;
   env)

@@ -11,17 +11,14 @@
 
 namespace {
 
-// Longer patterns are matched by scanning: the index walk recurses once per "_" position.
-constexpr size_t kMaxIndexedPatternLength = 256;
-
 // Whether a name argument is better served by a scan than by the index: it selects every name
-// (the generator passes "%" for that), or it is too long for the index walk.
+// (the generator passes "%" for that).
 bool ScanServes(const WyString& pattern) {
-    return pattern.empty() || pattern == L"%" || pattern.size() > kMaxIndexedPatternLength;
+    return pattern.empty() || pattern == L"%";
 }
 
 // The rows of one list grouped by one name field. The distinct names are also kept sorted, so
-// that a search pattern narrows them one character position at a time, as a trie would.
+// that a search pattern visits only the names that can match.
 struct NameIndex {
     std::unordered_map<WyString, std::vector<size_t>> rowsByName;
     std::vector<WyString> sortedNames;
@@ -42,59 +39,14 @@ struct NameIndex {
 
     /// Appends the sorted-name positions of every name that `pattern` matches.
     void CollectMatches(const WyString& pattern, std::vector<size_t>& out) const {
-        Narrow(pattern, 0, 0, sortedNames.size(), 0, out);
-    }
-
-private:
-    // Every name in [lo, hi) has the same first `depth` characters, all matching the pattern up to
-    // `patternPos`; sorting then orders the range by the character at `depth`, with the name that
-    // ends there (if any) first.
-    void Narrow(const WyString& pattern, size_t patternPos, size_t lo, size_t hi, size_t depth,
-                std::vector<size_t>& out) const {
-        while (lo < hi) {
-            if (patternPos == pattern.size()) {
-                if (sortedNames[lo].size() == depth)
-                    out.push_back(lo);
-                return;
-            }
-            wchar_t c = pattern[patternPos];
-            if (c == L'%') {
-                // What follows a "%" can start anywhere; the whole pattern decides for each name.
-                for (size_t pos = lo; pos < hi; ++pos)
-                    if (MatchesSearchPattern(pattern, sortedNames[pos]))
-                        out.push_back(pos);
-                return;
-            }
-            if (sortedNames[lo].size() == depth)
-                ++lo;
-            if (lo == hi)
-                return;
-            if (c == L'_') {
-                while (lo < hi) {
-                    const size_t groupEnd = GroupEnd(lo, hi, depth, sortedNames[lo][depth]);
-                    Narrow(pattern, patternPos + 1, lo, groupEnd, depth + 1, out);
-                    lo = groupEnd;
-                }
-                return;
-            }
-            if (c == L'\\' && patternPos + 1 < pattern.size())
-                c = pattern[++patternPos];
-            const auto first =
-                std::lower_bound(sortedNames.begin() + lo, sortedNames.begin() + hi, c,
-                                 [depth](const WyString& name, wchar_t ch) { return name[depth] < ch; });
-            lo = static_cast<size_t>(first - sortedNames.begin());
-            hi = GroupEnd(lo, hi, depth, c);
-            ++patternPos;
-            ++depth;
-        }
-    }
-
-    // The end of the run of names in [lo, hi) whose character at `depth` is `c`.
-    size_t GroupEnd(size_t lo, size_t hi, size_t depth, wchar_t c) const {
-        const auto last =
-            std::upper_bound(sortedNames.begin() + lo, sortedNames.begin() + hi, c,
-                             [depth](wchar_t ch, const WyString& name) { return ch < name[depth]; });
-        return static_cast<size_t>(last - sortedNames.begin());
+        using Pos = std::vector<WyString>::const_iterator;
+        ForEachMatchingName(
+            pattern,
+            [this](const WyString& prefix) {
+                return std::lower_bound(sortedNames.begin(), sortedNames.end(), prefix);
+            },
+            sortedNames.end(), [](const Pos& at) -> const WyString& { return *at; },
+            [this, &out](const Pos& at) { out.push_back(static_cast<size_t>(at - sortedNames.begin())); });
     }
 };
 

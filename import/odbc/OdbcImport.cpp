@@ -15,6 +15,7 @@
 #include "import/odbc/SchemaRows.h"
 #include "import/odbc/Utf16.h"
 #include "import/odbc/WholeSchemaCache.h"
+#include "platform/BaseStringUtil.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -67,26 +68,28 @@ bool EscapesNext(const WyString& pattern, size_t at) {
            (pattern[at + 1] == L'%' || pattern[at + 1] == L'_' || pattern[at + 1] == L'\\');
 }
 
-// A search pattern as the driver reads it. A "\" that stands for itself (before any character but
-// "%", "_" and "\", or at the end) is passed doubled: psqlODBC and SQLite3 ODBC read "\\" as one
-// backslash, as they read our patterns; MariaDB Connector/ODBC hands patterns to LIKE, where a
-// single "\" would escape the character after it.
-WyString DriverPattern(const WyString& pattern) {
+// A search pattern as the driver of `dbms` reads it. psqlODBC and SQLite3 ODBC take "\\" as an
+// escape only before "%", "_" and "\\", as our patterns do; MariaDB Connector/ODBC hands patterns to
+// LIKE, where "\\" escapes any character, so a backslash that stands for itself is doubled there.
+// Characters beyond the Basic Multilingual Plane become "_": SQLite3 ODBC (narrow entry points)
+// finds nothing for them (unixODBC 2.3.11); the listing applies the whole pattern afterwards.
+WyString DriverPattern(Dbms dbms, const WyString& pattern) {
     WyString driverPattern;
     for (size_t i = 0; i < pattern.size(); ++i) {
         wchar_t c = pattern[i];
         if (EscapesNext(pattern, i)) {
             driverPattern += c;
             c = pattern[++i];
-        } else if (c == L'\\') {
+        } else if (c == L'\\' && dbms == Dbms::MariaDB) {
             driverPattern += L'\\';
         }
-        driverPattern += c >= 0x80 && LocaleLosesNonAscii() ? L'_' : c;
+        const bool lost = (c >= 0x80 && LocaleLosesNonAscii()) || static_cast<uint32_t>(c) > 0xFFFF;
+        driverPattern += lost ? L'_' : c;
     }
     return driverPattern;
 }
-WideArg PatternArgument(const WyString& pattern) {
-    return NullIfEmpty(DriverPattern(pattern));
+WideArg PatternArgument(Dbms dbms, const WyString& pattern) {
+    return NullIfEmpty(DriverPattern(dbms, pattern));
 }
 
 // The search pattern that matches exactly `name`.
@@ -288,6 +291,7 @@ struct OdbcImport::State {
     Dialect dialect = Dialect::Plain;
     bool perTableOnly = false;
     WholeSchemaCache cache;
+    Served<MITable> servedTables;
     Served<MIColumn> servedColumns;
     Served<MIPrimaryKey> servedPrimaryKeys;
     Served<MIForeignKey> servedForeignKeys;
@@ -305,6 +309,7 @@ struct OdbcImport::State {
             connected = false;
         }
         cache.Clear();
+        servedTables.Stop();
         servedColumns.Stop();
         servedPrimaryKeys.Stop();
         servedForeignKeys.Stop();
@@ -332,7 +337,7 @@ struct OdbcImport::State {
         const WyString context =
             L"reading the columns of every table" + (where.empty() ? WyString() : L" of " + where);
         WideArg catalogArg = LiteralArgument(catalog);
-        WideArg schemaArg = PatternArgument(schema);
+        WideArg schemaArg = PatternArgument(dbms, schema);
         WideArg all(L"%");
         RunCatalogCall(
             Connection(context), context,
@@ -354,9 +359,9 @@ struct OdbcImport::State {
     ColumnShape DriverShape(const WyString& catalog, const TableRef& table, const WyString& column) {
         const WyString context = L"reading the column " + NamePath({&table.schema, &table.table, &column});
         WideArg catalogArg = LiteralArgument(catalog);
-        WideArg schemaArg = PatternArgument(EscapedName(table.schema));
-        WideArg tableArg = PatternArgument(EscapedName(table.table));
-        WideArg columnArg = PatternArgument(EscapedName(column));
+        WideArg schemaArg = PatternArgument(dbms, EscapedName(table.schema));
+        WideArg tableArg = PatternArgument(dbms, EscapedName(table.table));
+        WideArg columnArg = PatternArgument(dbms, EscapedName(column));
         bool found = false;
         ColumnShape result;
         RunCatalogCall(
@@ -444,6 +449,49 @@ struct OdbcImport::State {
             break;
         }
         return true;
+    }
+
+    // The next table of the listing that the request selects.
+    bool NextTable(MITable& record) {
+        while (tables.Fetch()) {
+            Row row(tables.Statement(), tables.Context());
+            MITable table = TableRow(row);
+            if (!TableTypeSelected(tableSelector, table.tableType_) ||
+                !PatternAllows(tablePattern.catalog, table.catalog_) ||
+                !PatternAllows(tablePattern.schema, table.schema_) ||
+                !MatchesSearchPattern(tablePattern.table, table.table_)) {
+                continue;
+            }
+            Complete(table);
+            record = std::move(table);
+            return true;
+        }
+        return false;
+    }
+
+    // MariaDB Connector/ODBC (3.1) orders SQLTables by names compared ignoring case, so tables whose
+    // names differ only in case come in no fixed order; they are put in the order of their exact
+    // names, every other table staying where the driver put it.
+    void ServeTablesInFixedOrder() {
+        servedTables.Start();
+        MITable table;
+        while (NextTable(table)) {
+            servedTables.records.push_back(std::move(table));
+        }
+        auto folded = [](const MITable& t) {
+            return BaseStringUtil::ToLowerCase(t.catalog_ + L'\n' + t.schema_ + L'\n' + t.table_);
+        };
+        std::vector<MITable>& rows = servedTables.records;
+        for (size_t first = 0; first < rows.size();) {
+            size_t end = first + 1;
+            while (end < rows.size() && folded(rows[end]) == folded(rows[first])) {
+                ++end;
+            }
+            std::sort(rows.begin() + static_cast<std::ptrdiff_t>(first),
+                      rows.begin() + static_cast<std::ptrdiff_t>(end),
+                      [](const MITable& a, const MITable& b) { return a.table_ < b.table_; });
+            first = end;
+        }
     }
 
     bool ColumnWanted(const MIColumn& column) const {
@@ -737,13 +785,17 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     state.tables.Start(state.Connection(context), context);
     state.tablePattern = TableRef{catalog, schema, table};
     state.tableSelector = tableType;
-    WideArg catalogArg = PatternArgument(catalog);
-    WideArg schemaArg = PatternArgument(schema);
-    WideArg tableArg = PatternArgument(table);
+    WideArg catalogArg = PatternArgument(state.dbms, catalog);
+    WideArg schemaArg = PatternArgument(state.dbms, schema);
+    WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg typesArg = NullIfEmpty(TableTypeList(tableType));
+    state.servedTables.Stop();
     state.tables.Opened(SQLTablesW(state.tables.Statement(), catalogArg.Data(), catalogArg.Length(),
                                    schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
                                    typesArg.Data(), typesArg.Length()));
+    if (state.dbms == Dbms::MariaDB) {
+        state.ServeTablesInFixedOrder();
+    }
 }
 
 void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString& table, WyString& column) {
@@ -759,9 +811,9 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     state.columnTable = TableRef{catalog, schema, table};
     state.columnPattern = column;
     WideArg catalogArg = LiteralArgument(catalog);
-    WideArg schemaArg = PatternArgument(schema);
-    WideArg tableArg = PatternArgument(table);
-    WideArg columnArg = PatternArgument(column);
+    WideArg schemaArg = PatternArgument(state.dbms, schema);
+    WideArg tableArg = PatternArgument(state.dbms, table);
+    WideArg columnArg = PatternArgument(state.dbms, column);
     state.columns.Opened(SQLColumnsW(state.columns.Statement(), catalogArg.Data(), catalogArg.Length(),
                                      schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
                                      columnArg.Data(), columnArg.Length()));
@@ -948,21 +1000,10 @@ bool OdbcImport::Get(MISchema& record) {
 
 bool OdbcImport::Get(MITable& record) {
     State& state = *m_state;
-    Listing& listing = state.tables;
-    while (listing.Fetch()) {
-        Row row(listing.Statement(), listing.Context());
-        MITable table = TableRow(row);
-        const TableRef& wanted = state.tablePattern;
-        if (!TableTypeSelected(state.tableSelector, table.tableType_) ||
-            !PatternAllows(wanted.catalog, table.catalog_) || !PatternAllows(wanted.schema, table.schema_) ||
-            !MatchesSearchPattern(wanted.table, table.table_)) {
-            continue;
-        }
-        state.Complete(table);
-        record = std::move(table);
-        return true;
+    if (state.servedTables.active) {
+        return state.servedTables.Get(record);
     }
-    return false;
+    return state.NextTable(record);
 }
 
 bool OdbcImport::Get(MIColumn& record) {

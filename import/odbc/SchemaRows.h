@@ -7,75 +7,21 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <vector>
 
-namespace schema_rows_detail {
-
-template <typename Map>
-void Walk(const Map& names, const WyString& pattern, size_t pos, WyString prefix,
-          std::vector<typename Map::const_iterator>& out) {
-    auto inRange = [&prefix](const typename Map::const_iterator& it) {
-        return it->first.compare(0, prefix.size(), prefix) == 0;
-    };
-    while (pos < pattern.size()) {
-        wchar_t c = pattern[pos];
-        if (c == L'%') {
-            for (auto it = names.lower_bound(prefix); it != names.end() && inRange(it); ++it) {
-                if (MatchesSearchPattern(pattern, it->first)) {
-                    out.push_back(it);
-                }
-            }
-            return;
-        }
-        if (c == L'_') {
-            // One branch per distinct character that follows the prefix among the names: the sorted
-            // map is walked like a trie.
-            auto it = names.lower_bound(prefix);
-            while (it != names.end() && inRange(it)) {
-                if (it->first.size() == prefix.size()) {
-                    ++it;
-                    continue;
-                }
-                const wchar_t next = it->first[prefix.size()];
-                Walk(names, pattern, pos + 1, prefix + next, out);
-                if (next == std::numeric_limits<wchar_t>::max()) {
-                    break;
-                }
-                it = names.lower_bound(prefix + static_cast<wchar_t>(next + 1));
-            }
-            return;
-        }
-        if (c == L'\\' && pos + 1 < pattern.size() &&
-            (pattern[pos + 1] == L'%' || pattern[pos + 1] == L'_' || pattern[pos + 1] == L'\\')) {
-            c = pattern[++pos]; // "\" escapes only these; before anything else it is itself
-        }
-        prefix += c;
-        ++pos;
-    }
-    const auto found = names.find(prefix);
-    if (found != names.end()) {
-        out.push_back(found);
-    }
-}
-
-} // namespace schema_rows_detail
-
-/// The names in `names` that the search pattern `pattern` matches ("%", "_", "\" escaping those and itself,
-/// case-sensitive; the empty pattern matches every name), in ascending order. Only the names that
-/// can match are visited, so a pattern without "%" costs a few look-ups, not a scan.
+/// The names in `names` that the search pattern `pattern` matches (the empty pattern matches every
+/// name), in ascending order. Only the names that can match are visited, so a pattern without "%"
+/// costs a few look-ups, not a scan.
 template <typename Value>
 std::vector<typename std::map<WyString, Value>::const_iterator>
 NamesMatching(const std::map<WyString, Value>& names, const WyString& pattern) {
     std::vector<typename std::map<WyString, Value>::const_iterator> out;
-    if (pattern.empty()) {
-        for (auto it = names.begin(); it != names.end(); ++it) {
-            out.push_back(it);
-        }
-        return out;
-    }
-    schema_rows_detail::Walk(names, pattern, 0, WyString(), out);
+    using Pos = typename std::map<WyString, Value>::const_iterator;
+    ForEachMatchingName(
+        pattern, [&names](const WyString& prefix) { return names.lower_bound(prefix); }, names.end(),
+        [](const Pos& at) -> const WyString& { return at->first; },
+        [&out](const Pos& at) { out.push_back(at); });
     return out;
 }
 

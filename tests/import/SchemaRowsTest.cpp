@@ -13,12 +13,13 @@ TEST(SchemaRowsTest, NamesMatchingFindsWhatThePatternMatches) {
     std::map<WyString, int> names;
     for (const wchar_t* name :
          {L"x_y", L"xzy", L"xy", L"xyy", L"x_yz", L"a%b", L"aXb", L"ab", L"_", L"%", L"", L"back\\slash",
-          L"t_00001", L"t_00002", L"t100001", L"T_00001", L"\u00e4_y"}) {
+          L"backslash", L"t_00001", L"t_00002", L"t100001", L"T_00001", L"\u00e4_y"}) {
         names[name] = 0;
     }
-    for (const wchar_t* pattern :
-         {L"x_y", L"x\\_y", L"x%", L"%y", L"_", L"__", L"\\%", L"\\_", L"%", L"a%b", L"a\\%b",
-          L"back\\\\slash", L"back\\", L"t_0000_", L"t%1", L"_\\_y", L"x_y%", L"nothing", L"x_y_"}) {
+    for (const wchar_t* pattern : {L"x_y",   L"x\\_y",         L"x%",          L"%y",      L"_",
+                                   L"__",    L"\\%",           L"\\_",         L"%",       L"a%b",
+                                   L"a\\%b", L"back\\\\slash", L"back\\slash", L"back\\",  L"t_0000_",
+                                   L"t%1",   L"_\\_y",         L"x_y%",        L"nothing", L"x_y_"}) {
         std::vector<WyString> expected;
         for (const auto& entry : names) {
             if (MatchesSearchPattern(pattern, entry.first)) {

@@ -15,7 +15,7 @@ struct PatternCase {
     bool matches;
 };
 
-TEST(SearchPatternTest, WildcardsEscapesAndCase) {
+TEST(SearchPatternTest, WildcardsAndCaseAndBackslashEscapesOnlyPercentUnderscoreAndItself) {
     const PatternCase cases[] = {
         {L"", L"anything", true},
         {L"", L"", true},
@@ -39,7 +39,12 @@ TEST(SearchPatternTest, WildcardsEscapesAndCase) {
         {L"100\\%", L"100%", true},
         {L"100\\%", L"1000", false},
         {L"a\\\\b", L"a\\b", true},
-        {L"a\\b", L"ab", true},
+        {L"a\\b", L"a\\b", true},
+        {L"a\\b", L"ab", false},
+        {L"a\\b", L"axb", false},
+        {L"a\\\\b", L"a\\\\b", false},
+        {L"\\a%", L"\\abc", true},
+        {L"a\\b_", L"a\\bc", true},
         {L"a\\", L"a\\", true},
         {L"a\\", L"a", false},
         {L"\\", L"\\", true},

@@ -186,28 +186,4 @@ TEST(MariaDbDatabase, ConnectionStringDatabaseIsTheOnlyCatalog) {
     EXPECT_NE(std::string::npos, run.standardOutput.find("DECLARE TABLE \"Shop\".\"udml_hr\".\"\".\"dept\""));
 }
 
-// The repository names unsigned 8- and 16-bit integers like signed ones, so the text cannot show
-// whether the driver's type names were read as unsigned; the capture records the types themselves.
-TEST(MariaDbTypes, UnsignedIntegersAreRecognisedFromTypeNames) {
-    LoadFixture(kMariaDb);
-    const std::string file = ScratchPath("servers-mariadb-types.json");
-    const CommandResult capture =
-        Udmlgen(Setting("UDML_DB_PASSWORD"),
-                "snapshot " + ConnectArguments(Setting("UDML_MARIADB_CONNECT")) + " -o " + ShellQuote(file));
-    ASSERT_EQ(0, capture.exitStatus) << capture.standardError;
-    std::map<std::string, std::string> types;
-    const nlohmann::json snapshot = nlohmann::json::parse(ReadWholeFile(file));
-    for (const auto& column : snapshot.at("columns"))
-        if (column.at("catalog") == "udml Lager {Größe}" && column.at("table") == "Artikel")
-            types[column.at("columnName").get<std::string>()] = column.at("dataType").get<std::string>();
-    const std::map<std::string, std::string> expected{
-        {"winzig", "WyInt1Data"},      {"winzig_u", "WyUInt1Data"}, {"kurz", "WyInt2Data"},
-        {"kurz_u", "WyUInt2Data"},     {"menge", "WyInt4Data"},     {"menge_u", "WyUInt4Data"},
-        {"id", "WyNumericData"},       {"gross", "WyNumericData"},  {"preis", "WyDecimalData"},
-        {"bit_flag", "WyBitData"},     {"roh", "WyVarBinaryData"},  {"fest", "WyBinaryData"},
-        {"gebucht", "WyTimeStampData"}};
-    for (const auto& [column, type] : expected)
-        EXPECT_EQ(type, types[column]) << column;
-}
-
 } // namespace
