@@ -60,25 +60,39 @@ void ReadForeignKeysMariaDb(SQLHDBC connection, const WyString& catalog, const W
     const WyString context = L"reading the foreign keys of the database " + Quoted(catalog);
     std::vector<MIForeignKey> found;
     std::map<WyString, char> referencedCatalogs;
+    // The constraints' rules are read apart and joined here: the server joins the two views by
+    // reading the second once for each row of the first.
+    const WyString rule = L" WHEN 'RESTRICT' THEN 1 WHEN 'NO ACTION' THEN 3 WHEN 'CASCADE' THEN 0 WHEN 'SET "
+                          L"NULL' THEN 2 WHEN 'SET DEFAULT' THEN 4 END";
+    std::map<std::pair<WyString, WyString>, std::pair<uint16, uint16>> rules; // by table and name
+    RunQuery(connection,
+             L"SELECT TABLE_NAME, CONSTRAINT_NAME, CASE UPDATE_RULE" + rule + L", CASE DELETE_RULE" + rule +
+                 L" FROM INFORMATION_SCHEMA.REFERENTIAL_CONSTRAINTS WHERE " +
+                 SchemaFilter(L"CONSTRAINT_SCHEMA", catalog) + TableFilter(L"TABLE_NAME", table),
+             context, [&](Row& row) {
+                 const WyString of = row.Text(1);
+                 const WyString name = row.Text(2);
+                 rules[{of, name}] = {row.Small(3), row.Small(4)};
+             });
     RunQuery(connection,
              L"SELECT A.REFERENCED_TABLE_SCHEMA PKTABLE_CAT, NULL PKTABLE_SCHEM, A.REFERENCED_TABLE_NAME "
              L"PKTABLE_NAME, A.REFERENCED_COLUMN_NAME PKCOLUMN_NAME, A.TABLE_SCHEMA FKTABLE_CAT, NULL "
              L"FKTABLE_SCHEM, A.TABLE_NAME FKTABLE_NAME, A.COLUMN_NAME FKCOLUMN_NAME, "
-             L"A.POSITION_IN_UNIQUE_CONSTRAINT KEY_SEQ, CASE update_rule WHEN 'RESTRICT' THEN 1 WHEN 'NO "
-             L"ACTION' THEN 3 WHEN 'CASCADE' THEN 0 WHEN 'SET NULL' THEN 2 WHEN 'SET DEFAULT' THEN 4 END "
-             L"UPDATE_RULE, CASE DELETE_RULE WHEN 'RESTRICT' THEN 1 WHEN 'NO ACTION' THEN 3 WHEN 'CASCADE' "
-             L"THEN 0 WHEN 'SET NULL' THEN 2 WHEN 'SET DEFAULT' THEN 4 END DELETE_RULE, A.CONSTRAINT_NAME "
+             L"A.POSITION_IN_UNIQUE_CONSTRAINT KEY_SEQ, 0 UPDATE_RULE, 0 DELETE_RULE, A.CONSTRAINT_NAME "
              L"FK_NAME, 'PRIMARY' PK_NAME, 7 AS DEFERRABILITY FROM INFORMATION_SCHEMA.KEY_COLUMN_USAGE A "
-             L"JOIN INFORMATION_SCHEMA.REFERENTIAL_CONSTRAINTS RC ON (RC.CONSTRAINT_NAME = "
-             L"A.CONSTRAINT_NAME AND RC.TABLE_NAME = A.TABLE_NAME AND RC.CONSTRAINT_SCHEMA = "
-             L"A.TABLE_SCHEMA) WHERE " +
-                 SchemaFilter(L"A.TABLE_SCHEMA", catalog) + L" AND " +
-                 SchemaFilter(L"RC.CONSTRAINT_SCHEMA", catalog) + TableFilter(L"A.TABLE_NAME", table) +
-                 TableFilter(L"RC.TABLE_NAME", table) +
+             L"WHERE A.REFERENCED_TABLE_NAME IS NOT NULL AND " +
+                 SchemaFilter(L"A.TABLE_SCHEMA", catalog) + TableFilter(L"A.TABLE_NAME", table) +
                  L" ORDER BY FKTABLE_CAT, FKTABLE_SCHEM, FKTABLE_NAME, KEY_SEQ, PKTABLE_NAME",
              context, [&](Row& row) {
-                 found.push_back(ForeignKeyRow(row));
-                 referencedCatalogs.emplace(found.back().pkCatalog_, 0);
+                 MIForeignKey key = ForeignKeyRow(row);
+                 const auto rulesOf = rules.find({key.fkTable_, key.foreignKeyName_});
+                 if (rulesOf == rules.end()) {
+                     return; // not a foreign key after all
+                 }
+                 key.updateRule_ = rulesOf->second.first;
+                 key.deleteRule_ = rulesOf->second.second;
+                 referencedCatalogs.emplace(key.pkCatalog_, 0);
+                 found.push_back(std::move(key));
              });
     // The driver lists a reference once for each primary-key column it names, compared ignoring
     // letter case as the server's catalog compares; those columns are read database by database
