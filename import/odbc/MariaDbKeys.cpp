@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cwctype>
 #include <map>
+#include <set>
 #include <tuple>
 
 namespace odbc {
@@ -59,7 +60,7 @@ void ReadForeignKeysMariaDb(SQLHDBC connection, const WyString& catalog, const W
                             SchemaRows<MIForeignKey>& rows) {
     const WyString context = L"reading the foreign keys of the database " + Quoted(catalog);
     std::vector<MIForeignKey> found;
-    std::map<WyString, char> referencedCatalogs;
+    std::map<WyString, std::set<WyString>> referenced; // tables by catalog
     // The constraints' rules are read apart and joined here: the server joins the two views by
     // reading the second once for each row of the first.
     const WyString rule = L" WHEN 'RESTRICT' THEN 1 WHEN 'NO ACTION' THEN 3 WHEN 'CASCADE' THEN 0 WHEN 'SET "
@@ -91,22 +92,33 @@ void ReadForeignKeysMariaDb(SQLHDBC connection, const WyString& catalog, const W
                  }
                  key.updateRule_ = rulesOf->second.first;
                  key.deleteRule_ = rulesOf->second.second;
-                 referencedCatalogs.emplace(key.pkCatalog_, 0);
+                 referenced[key.pkCatalog_].insert(key.pkTable_);
                  found.push_back(std::move(key));
              });
     // The driver lists a reference once for each primary-key column it names, compared ignoring
     // letter case as the server's catalog compares; those columns are read database by database
-    // of the referenced side, each with a constant filter.
+    // of the referenced side (table by table for one table's keys), each with constant filters.
     std::map<std::tuple<WyString, WyString, WyString>, size_t> primaryColumns;
-    for (const auto& referenced : referencedCatalogs) {
+    auto readPrimaryColumns = [&](const WyString& filter) {
         RunQuery(connection,
                  L"SELECT TABLE_SCHEMA, TABLE_NAME, COLUMN_NAME FROM INFORMATION_SCHEMA.KEY_COLUMN_USAGE "
                  L"WHERE CONSTRAINT_NAME = 'PRIMARY' AND " +
-                     SchemaFilter(L"TABLE_SCHEMA", referenced.first),
+                     filter,
                  context, [&](Row& row) {
                      ++primaryColumns[std::make_tuple(Folded(row.Text(1)), Folded(row.Text(2)),
                                                       Folded(row.Text(3)))];
                  });
+    };
+    for (const auto& [referencedCatalog, tables] : referenced) {
+        if (table.empty()) {
+            readPrimaryColumns(SchemaFilter(L"TABLE_SCHEMA", referencedCatalog));
+            continue;
+        }
+        for (const WyString& referencedTable : tables) {
+            // Without BINARY: the driver's join matches the referenced table ignoring case.
+            readPrimaryColumns(SchemaFilter(L"TABLE_SCHEMA", referencedCatalog) + L" AND TABLE_NAME = " +
+                               MariaDbLiteral(referencedTable));
+        }
     }
     OrderForeignKeysMariaDb(found);
     for (MIForeignKey& key : found) {
