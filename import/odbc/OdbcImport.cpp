@@ -7,7 +7,7 @@
 #include "import/odbc/CatalogRows.h"
 #include "import/odbc/KeyPrefetch.h"
 #include "import/odbc/MariaDbCatalog.h"
-#include "import/odbc/MariaDbKeys.h"
+#include "import/odbc/MariaDbDatabase.h"
 #include "import/odbc/NativeTypes.h"
 #include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
@@ -400,12 +400,35 @@ struct OdbcImport::State {
             facts.key = key;
             if (dbms == Dbms::PostgreSQL) {
                 ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
-            } else {
+            } else if (!ReadDatabaseMariaDb(key)) {
                 ReadFactsMariaDb(Connection(L"reading column types"), key, facts);
             }
             facts.loaded = true;
         }
         return facts;
+    }
+
+    // Reads the columns of the whole database `catalog` with their declared types in one pass,
+    // where the whole-database reads are used: the types are wanted from the first column on, and
+    // the columns of the next table asked for are then in memory. False: only the types are to be
+    // read.
+    bool ReadDatabaseMariaDb(const WyString& catalog) {
+        if (dialect == Dialect::Plain || catalog.empty()) {
+            return false;
+        }
+        SchemaRows<CachedColumn>& rows = cache.columns.rows;
+        try {
+            rows.Reset(catalog, WyString());
+            ReadColumnsMariaDb(Connection(L"reading columns"), catalog, cache.shapes, rows, facts);
+            rows.Loaded();
+            ++cache.reads;
+            return true;
+        } catch (const ErrorMessage&) {
+            // The driver's calls and the plain type query still answer, and report what is wrong.
+            rows = SchemaRows<CachedColumn>();
+            facts.columns.clear();
+            return false;
+        }
     }
 
     // Completes a table the driver reported with what the database knows beyond it.

@@ -1,5 +1,5 @@
-// The whole-database key queries for MariaDB.
-#include "import/odbc/MariaDbKeys.h"
+// The whole-database catalog queries for MariaDB.
+#include "import/odbc/MariaDbDatabase.h"
 
 #include "import/odbc/CatalogRows.h"
 #include "import/odbc/MariaDbCatalog.h"
@@ -39,6 +39,64 @@ WyString Folded(WyString name) {
 }
 
 } // namespace
+
+// The select list of MariaDB Connector/ODBC 3.1's SQLColumns query, as it sends it.
+const wchar_t* const kColumnsSelect =
+    L"SELECT TABLE_SCHEMA AS TABLE_CAT, NULL AS TABLE_SCHEM, TABLE_NAME, COLUMN_NAME, CASE DATA_TYPE "
+    L" WHEN 'bit' THEN @dt:= IF(NUMERIC_PRECISION=1,(-7), (-2))  WHEN 'tinyint' THEN @dt:=(-6)  WHEN "
+    L"'smallint' THEN @dt:=5  WHEN 'year' THEN @dt:= 5  WHEN 'mediumint' THEN @dt:=4  WHEN 'int' THEN"
+    L" @dt:=4  WHEN 'bigint' THEN @dt:=(-5)  WHEN 'blob' THEN @dt:=(-4)  WHEN 'tinyblob' THEN @dt:=(-"
+    L"4)  WHEN 'mediumblob' THEN @dt:=(-4)  WHEN 'longblob' THEN @dt:=(-4)  WHEN 'decimal' THEN @dt:="
+    L"3  WHEN 'float' THEN @dt:=IF(NUMERIC_SCALE IS NULL,7, 3)  WHEN 'double' THEN @dt:=IF(NUMERIC_SC"
+    L"ALE IS NULL,8, 3)  WHEN 'binary' THEN @dt:=(-2)  WHEN 'varbinary' THEN @dt:=(-3)  WHEN 'text' T"
+    L"HEN @dt:=(-10)  WHEN 'tinytext' THEN @dt:=(-10)  WHEN 'mediumtext' THEN @dt:=(-10)  WHEN 'longt"
+    L"ext' THEN @dt:=(-10)  WHEN 'char' THEN @dt:=(-8)  WHEN 'enum' THEN @dt:=(-8)  WHEN 'set' THEN @"
+    L"dt:=(-8)  WHEN 'varchar' THEN @dt:=(-9)  WHEN 'date' THEN @dt:=91  WHEN 'time' THEN @dt:=92  WH"
+    L"EN 'datetime' THEN @dt:=93  WHEN 'timestamp' THEN @dt:=93  ELSE @dt:=(-4)END AS DATA_TYPE, UCAS"
+    L"E(IF(COLUMN_TYPE LIKE '%(%)%',  CONCAT(SUBSTRING(COLUMN_TYPE,1, LOCATE('(',COLUMN_TYPE) - 1 ), "
+    L"SUBSTRING(COLUMN_TYPE,1+locate(')',COLUMN_TYPE))), COLUMN_TYPE )) AS TYPE_NAME, CAST(CASE  WHEN"
+    L" DATA_TYPE = 'bit' THEN @ColSize:=((NUMERIC_PRECISION + 7) / 8)   WHEN DATA_TYPE in ('tinyint',"
+    L" 'smallint', 'mediumint', 'int','bigint', 'decimal') THEN @ColSize:=NUMERIC_PRECISION   WHEN DA"
+    L"TA_TYPE = 'float' THEN if(NUMERIC_SCALE IS NULL, @ColSize:=7, @ColSize:=NUMERIC_PRECISION)  WHE"
+    L"N DATA_TYPE = 'double' THEN if(NUMERIC_SCALE IS NULL, @ColSize:=15, @ColSize:=NUMERIC_PRECISION"
+    L")  WHEN DATA_TYPE = 'date' THEN @ColSize:=10  WHEN DATA_TYPE = 'time' THEN @ColSize:=8  WHEN DA"
+    L"TA_TYPE = 'year' THEN @ColSize:=4  WHEN DATA_TYPE in ('timestamp', 'datetime') THEN @ColSize:=1"
+    L"9   ELSE @ColSize:=CHARACTER_MAXIMUM_LENGTH END AS UNSIGNED) AS COLUMN_SIZE,@tol:=CAST(CASE @dt"
+    L"  WHEN (-7) THEN 1   WHEN (-6) THEN 1   WHEN 5 THEN 2   WHEN 4 THEN IF(DATA_TYPE='mediumint',3,"
+    L"4)   WHEN (-5) THEN 20   WHEN 7 THEN 4   WHEN 6 THEN 8   WHEN 8 THEN 8   WHEN 9 THEN 6   WHEN 9"
+    L"1 THEN 6   WHEN 10 THEN 6   WHEN 92 THEN 6   WHEN 11 THEN 16   WHEN 93 THEN 16   WHEN (-11) THE"
+    L"N 16   WHEN 3 THEN @ColSize + IF(COLUMN_TYPE LIKE '%unsigned',1,2)   WHEN (-2) THEN IF(DATA_TYP"
+    L"E='bit', CAST(((NUMERIC_PRECISION + 7) / 8) AS SIGNED), CHARACTER_OCTET_LENGTH)   WHEN (-3) THE"
+    L"N CHARACTER_OCTET_LENGTH   WHEN (-4) THEN CHARACTER_OCTET_LENGTH   ELSE CHARACTER_MAXIMUM_LENGT"
+    L"H*4 END AS SIGNED) AS BUFFER_LENGTH, NUMERIC_SCALE DECIMAL_DIGITS, IF(CHARACTER_OCTET_LENGTH IS"
+    L" NOT NULL, NULL, 10) AS NUM_PREC_RADIX,IF(DATA_TYPE='timestamp', 1, IF(IS_NULLABLE='YES',1,IF(E"
+    L"XTRA='auto_increment', 1, 0))) AS NULLABLE, COLUMN_COMMENT AS REMARKS,COLUMN_DEFAULT AS COLUMN_"
+    L"DEF,CAST(CASE  WHEN DATA_TYPE = 'date' THEN 9  WHEN DATA_TYPE = 'time' THEN 9  WHEN DATA_TYPE ="
+    L" 'datetime' THEN 9  WHEN DATA_TYPE = 'timestamp' THEN 9 ELSE @dt END AS SIGNED) SQL_DATA_TYPE,C"
+    L"AST(CASE  WHEN DATA_TYPE = 'date' THEN 1  WHEN DATA_TYPE = 'time' THEN 2  WHEN DATA_TYPE = 'dat"
+    L"etime' THEN 3  WHEN DATA_TYPE = 'timestamp' THEN 3 ELSE NULL END AS SIGNED) SQL_DATETIME_SUB,IF"
+    L"(CHARACTER_OCTET_LENGTH IS NOT NULL, @tol, IF(DATA_TYPE='bit' AND NUMERIC_PRECISION =1, NULL, C"
+    L"AST((NUMERIC_PRECISION + 7)/8 AS SIGNED))) AS CHAR_OCTET_LENGTH, ORDINAL_POSITION,IF(DATA_TYPE="
+    L"'timestamp', 'YES', IF(IS_NULLABLE='YES','YES',IF(EXTRA='auto_increment', 'YES', 'NO'))) AS IS_"
+    L"NULLABLE";
+
+void ReadColumnsMariaDb(SQLHDBC connection, const WyString& catalog, ColumnShapes& shapes,
+                        SchemaRows<CachedColumn>& rows, SchemaFacts& facts) {
+    const WyString context = L"reading the columns of every table of the database " + Quoted(catalog);
+    RunQuery(connection,
+             WyString(kColumnsSelect) + L", COLUMN_TYPE FROM INFORMATION_SCHEMA.COLUMNS WHERE " +
+                 SchemaFilter(L"TABLE_SCHEMA", catalog) +
+                 L" ORDER BY TABLE_SCHEMA, TABLE_NAME, ORDINAL_POSITION",
+             context, [&](Row& row) {
+                 TableRef table;
+                 CachedColumn column;
+                 ColumnShape shape;
+                 ColumnRow(row, table, column, shape);
+                 facts.columns[{table.table, column.name}].type = ParseNativeType(row.Text(19));
+                 column.shape = shapes.Of(shape);
+                 rows.Add(table.catalog, table.schema, table.table, std::move(column));
+             });
+}
 
 void ReadPrimaryKeysMariaDb(SQLHDBC connection, const WyString& catalog, const WyString& table,
                             SchemaRows<MIPrimaryKey>& rows) {

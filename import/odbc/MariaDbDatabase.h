@@ -1,16 +1,25 @@
-// The primary and foreign keys of a whole MariaDB (or MySQL) database, read with the queries that
-// MariaDB Connector/ODBC runs for SQLPrimaryKeys and SQLForeignKeys but with every filter a
-// constant: the driver's foreign-key query joins KEY_COLUMN_USAGE to itself on the referenced
-// schema, which makes the server open every table of every database on each call.
+// The columns, primary keys and foreign keys of a whole MariaDB (or MySQL) database, read with the
+// queries that MariaDB Connector/ODBC runs for SQLColumns, SQLPrimaryKeys and SQLForeignKeys but
+// with every filter a constant the server can look up: the driver compares the database name as
+// BINARY, which the server cannot use to pick the database's folder, and its foreign-key query joins
+// KEY_COLUMN_USAGE to itself on the referenced schema; either makes the server open every table of
+// every database.
 #pragma once
 
 #include "import/MIRecords.h"
 #include "import/odbc/OdbcCalls.h"
+#include "import/odbc/SchemaFacts.h"
 #include "import/odbc/SchemaRows.h"
+#include "import/odbc/WholeSchemaCache.h"
 
 #include <vector>
 
 namespace odbc {
+
+// Every column of the database `catalog` as the driver's SQLColumns gives them, with the declared
+// type of each (information_schema's COLUMN_TYPE) into `facts`, in one pass over the catalog.
+void ReadColumnsMariaDb(SQLHDBC connection, const WyString& catalog, ColumnShapes& shapes,
+                        SchemaRows<CachedColumn>& rows, SchemaFacts& facts);
 
 // The primary-key rows of the table `table` (every table when empty) of the database `catalog`,
 // as the driver's SQLPrimaryKeys gives them table by table.
