@@ -50,7 +50,7 @@ bool KeyPrefetch::TakeForeignKeys(const WyString& catalog, const WyString& schem
 void KeyPrefetch::Close() noexcept {
     Finish();
     if (m_connected) {
-        SQLDisconnect(m_connection.Get());
+        Disconnect(m_connection.Get());
         m_connected = false;
     }
     m_connection.Reset();

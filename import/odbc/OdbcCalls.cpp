@@ -133,4 +133,50 @@ void Connect(Handle& environment, Handle& connection, const DataSource& source, 
     Check(rc, context, SQL_HANDLE_DBC, connection.Get());
 }
 
+SQLRETURN Tables(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table, WideArg& types) {
+    return SQLTablesW(statement, catalog.Data(), catalog.Length(), schema.Data(), schema.Length(),
+                      table.Data(), table.Length(), types.Data(), types.Length());
+}
+
+SQLRETURN Columns(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table, WideArg& column) {
+    return SQLColumnsW(statement, catalog.Data(), catalog.Length(), schema.Data(), schema.Length(),
+                       table.Data(), table.Length(), column.Data(), column.Length());
+}
+
+SQLRETURN PrimaryKeys(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table) {
+    return SQLPrimaryKeysW(statement, catalog.Data(), catalog.Length(), schema.Data(), schema.Length(),
+                           table.Data(), table.Length());
+}
+
+SQLRETURN ForeignKeys(SQLHSTMT statement, WideArg& pkCatalog, WideArg& pkSchema, WideArg& pkTable,
+                      WideArg& fkCatalog, WideArg& fkSchema, WideArg& fkTable) {
+    return SQLForeignKeysW(statement, pkCatalog.Data(), pkCatalog.Length(), pkSchema.Data(),
+                           pkSchema.Length(), pkTable.Data(), pkTable.Length(), fkCatalog.Data(),
+                           fkCatalog.Length(), fkSchema.Data(), fkSchema.Length(), fkTable.Data(),
+                           fkTable.Length());
+}
+
+SQLRETURN Fetch(SQLHSTMT statement) {
+    return SQLFetch(statement);
+}
+
+void CloseCursor(SQLHSTMT statement) noexcept {
+    SQLFreeStmt(statement, SQL_CLOSE);
+}
+
+void Disconnect(SQLHDBC connection) noexcept {
+    SQLDisconnect(connection);
+}
+
+WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
+    SQLWCHAR text[256] = {};
+    SQLSMALLINT length = 0;
+    if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
+        return WyString();
+    }
+    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
+                                  sizeof text / sizeof text[0] - 1);
+    return FromSql(text, units);
+}
+
 } // namespace odbc

@@ -127,6 +127,21 @@ private:
     WyString m_connectionString;
 };
 
+// The catalog functions and statement calls of the source, the one place that calls them: empty
+// WideArg arguments are passed as NULL (length 0), others with their length.
+SQLRETURN Tables(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table, WideArg& types);
+SQLRETURN Columns(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table, WideArg& column);
+SQLRETURN PrimaryKeys(SQLHSTMT statement, WideArg& catalog, WideArg& schema, WideArg& table);
+SQLRETURN ForeignKeys(SQLHSTMT statement, WideArg& pkCatalog, WideArg& pkSchema, WideArg& pkTable,
+                      WideArg& fkCatalog, WideArg& fkSchema, WideArg& fkTable);
+SQLRETURN Fetch(SQLHSTMT statement);
+// Closes the statement's cursor; never fails.
+void CloseCursor(SQLHSTMT statement) noexcept;
+// Ends the connection; never fails.
+void Disconnect(SQLHDBC connection) noexcept;
+// The text of an SQLGetInfo item; empty when the driver does not answer.
+WyString InfoText(SQLHDBC connection, SQLUSMALLINT item);
+
 // Opens `connection` (under a new `environment`) to `source`. Throws with `context`.
 void Connect(Handle& environment, Handle& connection, const DataSource& source, const WyString& context);
 
@@ -224,7 +239,7 @@ void RunCatalogCall(SQLHDBC connection, const WyString& context, Call call, Take
     if (resultColumns == 0) {
         return;
     }
-    while (SQL_SUCCEEDED(rc = SQLFetch(statement.Get()))) {
+    while (SQL_SUCCEEDED(rc = Fetch(statement.Get()))) {
         Row row(statement.Get(), context);
         take(row);
     }

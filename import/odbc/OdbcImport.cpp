@@ -42,7 +42,7 @@
 // NOTE: SQLite3 ODBC derives DATA_TYPE from the declared type name: CHAR(n) and DECIMAL(p,s) come
 //       back as SQL_VARCHAR, NUMERIC(p,s) and REAL as SQL_DOUBLE, a view's computed column as
 //       SQL_VARCHAR with an empty TYPE_NAME; COLUMN_SIZE of DECIMAL(10,2) is 2; DECIMAL_DIGITS is
-//       10 and NUM_PREC_RADIX 0 for every column. They are passed on as reported.
+//       10 and NUM_PREC_RADIX 0 for every column. NativeTypes maps the declared types instead.
 // NOTE: SQLite3 ODBC lists no system tables: the types 'SYSTEM TABLE','SYSTEM VIEW' select nothing.
 // NOTE: SQLite3 ODBC compares the table name of SQLPrimaryKeys and SQLForeignKeys ignoring case
 //       and echoes the name as given ("ORDER_LINES" yields the keys of order_lines, so named).
@@ -138,7 +138,7 @@ public:
     }
     void Stop() noexcept {
         if (m_statement.Get() != SQL_NULL_HANDLE) {
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
         }
         m_open = false;
         m_tables.clear();
@@ -162,7 +162,7 @@ public:
         if (!SQL_SUCCEEDED(rc)) {
             // Only the cursor is closed here: this may run inside m_runFor, which must outlive it.
             ErrorMessage error = OdbcError(m_context, SQL_HANDLE_STMT, m_statement.Get(), rc);
-            SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+            CloseCursor(m_statement.Get());
             m_open = false;
             throw error;
         }
@@ -180,7 +180,7 @@ public:
     bool Fetch() {
         for (;;) {
             if (m_open) {
-                const SQLRETURN rc = SQLFetch(m_statement.Get());
+                const SQLRETURN rc = odbc::Fetch(m_statement.Get());
                 if (SQL_SUCCEEDED(rc)) {
                     return true;
                 }
@@ -190,7 +190,7 @@ public:
                     Stop();
                     throw error;
                 }
-                SQLFreeStmt(m_statement.Get(), SQL_CLOSE);
+                CloseCursor(m_statement.Get());
                 m_open = false;
             }
             if (!m_runFor || m_nextTable >= m_tables.size()) {
@@ -284,8 +284,9 @@ struct OdbcImport::State {
     TableRef foreignFk;
 
     Dbms dbms = Dbms::Other;
-    WyString connectionDatabase; // MariaDB: the database the connection string named, if any
-    SchemaFacts facts;           // of the schema (catalog on MariaDB) last met
+    WyString connectionDatabase;  // MariaDB: the database the connection string named, if any
+    SchemaFacts facts;            // of the schema (catalog on MariaDB) last met
+    size_t listingGeneration = 0; // counts the table and column listings begun
 
     // Whole-schema reads, and what they answer.
     Dialect dialect = Dialect::Plain;
@@ -305,7 +306,7 @@ struct OdbcImport::State {
             listing->Free();
         }
         if (connected) {
-            SQLDisconnect(connection.Get());
+            Disconnect(connection.Get());
             connected = false;
         }
         cache.Clear();
@@ -341,10 +342,7 @@ struct OdbcImport::State {
         WideArg all(L"%");
         RunCatalogCall(
             Connection(context), context,
-            [&](SQLHSTMT statement) {
-                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), all.Data(), all.Length(), all.Data(), all.Length());
-            },
+            [&](SQLHSTMT statement) { return Columns(statement, catalogArg, schemaArg, all, all); },
             [&](Row& row) {
                 TableRef table;
                 CachedColumn column;
@@ -367,9 +365,7 @@ struct OdbcImport::State {
         RunCatalogCall(
             Connection(context), context,
             [&](SQLHSTMT statement) {
-                return SQLColumnsW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                   schemaArg.Length(), tableArg.Data(), tableArg.Length(), columnArg.Data(),
-                                   columnArg.Length());
+                return Columns(statement, catalogArg, schemaArg, tableArg, columnArg);
             },
             [&](Row& row) {
                 TableRef of;
@@ -392,12 +388,15 @@ struct OdbcImport::State {
         return result;
     }
 
-    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported.
-    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema) {
+    // The facts of the schema (PostgreSQL) or catalog (MariaDB) of a row the driver reported. With
+    // `fresh`, facts read before the current listing began are read again: the row may be of an
+    // object made since.
+    const SchemaFacts& FactsOf(const WyString& catalog, const WyString& schema, bool fresh = false) {
         const WyString& key = dbms == Dbms::PostgreSQL ? schema : catalog;
-        if (!facts.loaded || facts.key != key) {
+        if (!facts.loaded || facts.key != key || (fresh && facts.generation != listingGeneration)) {
             facts = SchemaFacts();
             facts.key = key;
+            facts.generation = listingGeneration;
             if (dbms == Dbms::PostgreSQL) {
                 ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
             } else if (!ReadDatabaseMariaDb(key)) {
@@ -434,9 +433,13 @@ struct OdbcImport::State {
     // Completes a table the driver reported with what the database knows beyond it.
     void Complete(MITable& table) {
         if (dbms == Dbms::PostgreSQL) {
-            const SchemaFacts& known = FactsOf(table.catalog_, table.schema_);
-            const auto relation = known.relations.find(table.table_);
-            table.remarks_ = relation == known.relations.end() ? WyString() : relation->second.remarks;
+            const SchemaFacts* known = &FactsOf(table.catalog_, table.schema_);
+            auto relation = known->relations.find(table.table_);
+            if (relation == known->relations.end()) {
+                known = &FactsOf(table.catalog_, table.schema_, true);
+                relation = known->relations.find(table.table_);
+            }
+            table.remarks_ = relation == known->relations.end() ? WyString() : relation->second.remarks;
         }
     }
 
@@ -445,22 +448,30 @@ struct OdbcImport::State {
     bool Complete(MIColumn& column) {
         switch (dbms) {
         case Dbms::PostgreSQL: {
-            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
-            const auto relation = known.relations.find(column.table_);
-            if (relation == known.relations.end() || !PgListsColumnsOf(relation->second.kind)) {
+            const SchemaFacts* known = &FactsOf(column.catalog_, column.schema_);
+            auto found = known->columns.find({column.table_, column.columnName_});
+            if (found == known->columns.end()) {
+                known = &FactsOf(column.catalog_, column.schema_, true);
+                found = known->columns.find({column.table_, column.columnName_});
+            }
+            const auto relation = known->relations.find(column.table_);
+            if (relation == known->relations.end() || !PgListsColumnsOf(relation->second.kind)) {
                 return false;
             }
-            const auto found = known.columns.find({column.table_, column.columnName_});
-            if (found != known.columns.end()) {
+            if (found != known->columns.end()) {
                 RefineType(dbms, found->second.type, column);
                 column.remarks_ = found->second.remarks;
             }
             return true;
         }
         case Dbms::MariaDB: {
-            const SchemaFacts& known = FactsOf(column.catalog_, column.schema_);
-            const auto found = known.columns.find({column.table_, column.columnName_});
-            if (found != known.columns.end()) {
+            const SchemaFacts* known = &FactsOf(column.catalog_, column.schema_);
+            auto found = known->columns.find({column.table_, column.columnName_});
+            if (found == known->columns.end()) {
+                known = &FactsOf(column.catalog_, column.schema_, true);
+                found = known->columns.find({column.table_, column.columnName_});
+            }
+            if (found != known->columns.end()) {
                 RefineType(dbms, found->second.type, column);
             }
             return true;
@@ -650,13 +661,11 @@ struct OdbcImport::State {
                                     const WyString& context) {
         WideArg catalogArg = NullIfEmpty(catalog);
         WideArg schemaArg = NullIfEmpty(schema);
+        WideArg any;
         std::vector<TableRef> found;
         RunCatalogCall(
             Connection(context), context,
-            [&](SQLHSTMT statement) {
-                return SQLTablesW(statement, catalogArg.Data(), catalogArg.Length(), schemaArg.Data(),
-                                  schemaArg.Length(), nullptr, 0, nullptr, 0);
-            },
+            [&](SQLHSTMT statement) { return Tables(statement, catalogArg, schemaArg, any, any); },
             [&](Row& row) {
                 const MITable table = TableRow(row);
                 // The schema argument of SQLTables is a pattern; these names are exact.
@@ -670,17 +679,6 @@ struct OdbcImport::State {
 };
 
 namespace {
-
-WyString InfoText(SQLHDBC connection, SQLUSMALLINT item) {
-    SQLWCHAR text[256] = {};
-    SQLSMALLINT length = 0;
-    if (!SQL_SUCCEEDED(SQLGetInfoW(connection, item, text, sizeof text, &length))) {
-        return WyString();
-    }
-    const size_t units = std::min(static_cast<size_t>(std::max<SQLSMALLINT>(length, 0)) / sizeof(SQLWCHAR),
-                                  sizeof text / sizeof text[0] - 1);
-    return FromSql(text, units);
-}
 
 // The DBMS, where the driver is one whose answers the source was checked against.
 Dbms DetectDbms(SQLHDBC connection) {
@@ -781,8 +779,8 @@ void OdbcImport::PrepareForCatalog(WyString& catalog) {
     // The special request needs empty (not NULL) schema and table names.
     WideArg all(L"%"); // SQL_ALL_CATALOGS
     WideArg none(L"");
-    state.catalogs.Opened(SQLTablesW(state.catalogs.Statement(), all.Data(), all.Length(), none.Data(), 0,
-                                     none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.catalogs.Opened(Tables(state.catalogs.Statement(), all, none, none, any));
 }
 
 void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
@@ -796,8 +794,8 @@ void OdbcImport::PrepareForSchema(WyString& catalog, WyString& schema) {
     state.schemasSeen.clear();
     WideArg all(L"%"); // SQL_ALL_SCHEMAS
     WideArg none(L"");
-    state.schemas.Opened(SQLTablesW(state.schemas.Statement(), none.Data(), 0, all.Data(), all.Length(),
-                                    none.Data(), 0, nullptr, 0));
+    WideArg any;
+    state.schemas.Opened(Tables(state.schemas.Statement(), none, all, none, any));
 }
 
 void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& table, uint8 tableType) {
@@ -806,6 +804,7 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     const WyString context = L"reading the tables" + (where.empty() ? WyString() : L" of " + where) +
                              (table.empty() ? WyString() : L" named like " + Quoted(table));
     state.tables.Start(state.Connection(context), context);
+    ++state.listingGeneration;
     state.tablePattern = TableRef{catalog, schema, table};
     state.tableSelector = tableType;
     WideArg catalogArg = PatternArgument(state.dbms, catalog);
@@ -813,9 +812,7 @@ void OdbcImport::PrepareForTable(WyString& catalog, WyString& schema, WyString& 
     WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg typesArg = NullIfEmpty(TableTypeList(tableType));
     state.servedTables.Stop();
-    state.tables.Opened(SQLTablesW(state.tables.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                   schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                   typesArg.Data(), typesArg.Length()));
+    state.tables.Opened(Tables(state.tables.Statement(), catalogArg, schemaArg, tableArg, typesArg));
     if (state.dbms == Dbms::MariaDB) {
         state.ServeTablesInFixedOrder();
     }
@@ -827,6 +824,7 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     const WyString context = L"reading the columns of " + (where.empty() ? WyString(L"every table") : where) +
                              (column.empty() ? WyString() : L" named like " + Quoted(column));
     state.servedColumns.Stop();
+    ++state.listingGeneration;
     if (state.ColumnsFromMemory(catalog, schema, table, column)) {
         return;
     }
@@ -837,9 +835,7 @@ void OdbcImport::PrepareForColumn(WyString& catalog, WyString& schema, WyString&
     WideArg schemaArg = PatternArgument(state.dbms, schema);
     WideArg tableArg = PatternArgument(state.dbms, table);
     WideArg columnArg = PatternArgument(state.dbms, column);
-    state.columns.Opened(SQLColumnsW(state.columns.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                     schemaArg.Data(), schemaArg.Length(), tableArg.Data(), tableArg.Length(),
-                                     columnArg.Data(), columnArg.Length()));
+    state.columns.Opened(Columns(state.columns.Statement(), catalogArg, schemaArg, tableArg, columnArg));
 }
 
 void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyString& table) {
@@ -851,9 +847,7 @@ void OdbcImport::PrepareForPrimaryKey(WyString& catalog, WyString& schema, WyStr
         WideArg catalogArg = NullIfEmpty(of.catalog);
         WideArg schemaArg = NullIfEmpty(of.schema);
         WideArg tableArg(of.table);
-        listing.Opened(SQLPrimaryKeysW(listing.Statement(), catalogArg.Data(), catalogArg.Length(),
-                                       schemaArg.Data(), schemaArg.Length(), tableArg.Data(),
-                                       tableArg.Length()));
+        listing.Opened(PrimaryKeys(listing.Statement(), catalogArg, schemaArg, tableArg));
     };
     state.servedPrimaryKeys.Stop();
     if (state.PrimaryKeyFromMemory(catalog, schema, table)) {
@@ -912,11 +906,8 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
         WideArg fkCatalogArg = NullIfEmpty(fk.catalog);
         WideArg fkSchemaArg = NullIfEmpty(fk.schema);
         WideArg fkTableArg = NullIfEmpty(fk.table);
-        listing.Opened(SQLForeignKeysW(listing.Statement(), pkCatalogArg.Data(), pkCatalogArg.Length(),
-                                       pkSchemaArg.Data(), pkSchemaArg.Length(), pkTableArg.Data(),
-                                       pkTableArg.Length(), fkCatalogArg.Data(), fkCatalogArg.Length(),
-                                       fkSchemaArg.Data(), fkSchemaArg.Length(), fkTableArg.Data(),
-                                       fkTableArg.Length()));
+        listing.Opened(ForeignKeys(listing.Statement(), pkCatalogArg, pkSchemaArg, pkTableArg, fkCatalogArg,
+                                   fkSchemaArg, fkTableArg));
     };
     state.servedForeignKeys.Stop();
     if (state.ForeignKeysFromMemory(pk, TableRef{fkCatalog, fkSchema, fkTable})) {

@@ -5,6 +5,7 @@
 #include "import/odbc/NativeTypes.h"
 #include "platform/WyString.h"
 
+#include <cstddef>
 #include <map>
 #include <utility>
 
@@ -23,6 +24,7 @@ struct ColumnFacts {
 struct SchemaFacts {
     WyString key; // the schema (PostgreSQL) or catalog (MariaDB) they were read for
     bool loaded = false;
+    size_t generation = 0; // the listing they were read for
     std::map<WyString, RelationFacts> relations;
     std::map<std::pair<WyString, WyString>, ColumnFacts> columns; // by (table, column)
 };

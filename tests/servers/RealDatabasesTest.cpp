@@ -205,7 +205,9 @@ protected:
     }
 };
 
-// Each table gets exactly its own columns and keys, on both paths and from a capture.
+// Each table gets the columns and keys its name selects, the same on both paths and from a
+// capture: "back\slash" its own and not "backslash"'s, "t%" no index columns (the generator passes
+// names as search patterns, so "t%" also selects "trail\"), a table without a primary key none.
 TEST_P(PerDbms, AwkwardNamesGetTheirOwnColumnsAndKeys) {
     const Dbms dbms = GetParam();
     const std::string file = std::string("names-") + (dbms == Dbms::PostgreSQL ? "postgres"
