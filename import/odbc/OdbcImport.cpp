@@ -750,8 +750,13 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
             state.keyPrefetch.Configure(target);
         }
         if (state.dbms == Dbms::MariaDB) {
-            RunQuery(state.connection.Get(), L"SELECT DATABASE()", context,
-                     [&](Row& row) { state.connectionDatabase = row.Text(1); });
+            try {
+                RunQuery(state.connection.Get(), L"SELECT DATABASE()", context,
+                         [&](Row& row) { state.connectionDatabase = row.Text(1); });
+            } catch (const ErrorMessage&) {
+                // Without it every database the driver lists is described, as without Database=.
+                state.connectionDatabase.clear();
+            }
         }
     } catch (...) {
         state.Close();
