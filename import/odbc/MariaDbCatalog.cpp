@@ -3,9 +3,6 @@
 
 namespace odbc {
 
-namespace {
-
-// A MariaDB string literal of `text`, whatever the SQL mode says about backslashes.
 WyString MariaDbLiteral(const WyString& text) {
     WyString literal = L"'";
     for (wchar_t c : text) {
@@ -19,8 +16,6 @@ WyString MariaDbLiteral(const WyString& text) {
     }
     return L"concat(" + literal + L"')";
 }
-
-} // namespace
 
 void ReadFactsMariaDb(SQLHDBC connection, const WyString& catalog, SchemaFacts& facts) {
     const WyString context = L"reading the column types of the database " + Quoted(catalog);

@@ -7,6 +7,9 @@
 
 namespace odbc {
 
+// A MariaDB string literal of `text`, whatever the SQL mode says about backslashes.
+WyString MariaDbLiteral(const WyString& text);
+
 // The declared type (information_schema's COLUMN_TYPE) of every column of the database
 // `catalog`. MariaDB Connector/ODBC (3.1) reports DATETIME(n), TIMESTAMP(n) and TIME(n) without
 // their fraction digits, UUID, INET4 and INET6 as LONGVARBINARY 0, LONGTEXT (and JSON) with

@@ -7,6 +7,7 @@
 #include "import/odbc/CatalogRows.h"
 #include "import/odbc/KeyPrefetch.h"
 #include "import/odbc/MariaDbCatalog.h"
+#include "import/odbc/MariaDbDatabase.h"
 #include "import/odbc/NativeTypes.h"
 #include "import/odbc/OdbcCalls.h"
 #include "import/odbc/OdbcRules.h"
@@ -302,6 +303,7 @@ struct OdbcImport::State {
     TableRef foreignFk;
 
     Dbms dbms = Dbms::Other;
+    WyString connectionDatabase;  // MariaDB: the database the connection string named, if any
     SchemaFacts facts;            // of the schema (catalog on MariaDB) last met
     size_t listingGeneration = 0; // counts the table and column listings begun
 
@@ -333,6 +335,7 @@ struct OdbcImport::State {
         servedForeignKeys.Stop();
         dialect = Dialect::Plain;
         dbms = Dbms::Other;
+        connectionDatabase.clear();
         facts = SchemaFacts();
         connection.Reset();
         environment.Reset();
@@ -415,12 +418,35 @@ struct OdbcImport::State {
             facts.generation = listingGeneration;
             if (dbms == Dbms::PostgreSQL) {
                 ReadFactsPostgres(Connection(L"reading comments and types"), key, facts);
-            } else {
+            } else if (!ReadDatabaseMariaDb(key)) {
                 ReadFactsMariaDb(Connection(L"reading column types"), key, facts);
             }
             facts.loaded = true;
         }
         return facts;
+    }
+
+    // Reads the columns of the whole database `catalog` with their declared types in one pass,
+    // where the whole-database reads are used: the types are wanted from the first column on, and
+    // the columns of the next table asked for are then in memory. False: only the types are to be
+    // read.
+    bool ReadDatabaseMariaDb(const WyString& catalog) {
+        if (dialect == Dialect::Plain || catalog.empty()) {
+            return false;
+        }
+        SchemaRows<CachedColumn>& rows = cache.columns.rows;
+        try {
+            rows.Reset(catalog, WyString());
+            ReadColumnsMariaDb(Connection(L"reading columns"), catalog, cache.shapes, rows, facts);
+            rows.Loaded();
+            ++cache.reads;
+            return true;
+        } catch (const ErrorMessage&) {
+            // The driver's calls and the plain type query still answer, and report what is wrong.
+            rows = SchemaRows<CachedColumn>();
+            facts.columns.clear();
+            return false;
+        }
     }
 
     // Completes a table the driver reported with what the database knows beyond it.
@@ -579,15 +605,26 @@ struct OdbcImport::State {
         return true;
     }
 
+    // Whether the keys of the tables of (catalog, schema) are read for the whole schema at once:
+    // PostgreSQL's per schema, MariaDB's per database (its catalogs).
+    bool KeysInBulk(const WyString& catalog, const WyString& schema) const {
+        if (!connected || dialect == Dialect::Plain) {
+            return false;
+        }
+        return dialect == Dialect::Postgres ? !schema.empty() : dbms == Dbms::MariaDB && !catalog.empty();
+    }
+
     bool PrimaryKeyFromMemory(const WyString& catalog, const WyString& schema, const WyString& table) {
-        if (dialect != Dialect::Postgres || !connected || table.empty() || schema.empty()) {
+        if (table.empty() || !KeysInBulk(catalog, schema)) {
             return false;
         }
         std::vector<MIPrimaryKey> found;
         const bool inMemory = cache.PrimaryKey(
             TableRef{catalog, schema, table},
             [&](SchemaRows<MIPrimaryKey>& rows) {
-                if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows)) {
+                if (dbms == Dbms::MariaDB) {
+                    ReadPrimaryKeysMariaDb(Connection(L"reading primary keys"), catalog, WyString(), rows);
+                } else if (!keyPrefetch.TakePrimaryKeys(catalog, schema, rows)) {
                     ReadPrimaryKeysPostgres(Connection(L"reading primary keys"), schema, WyString(), rows);
                 }
             },
@@ -607,15 +644,17 @@ struct OdbcImport::State {
     }
 
     bool ForeignKeysFromMemory(const TableRef& pk, const TableRef& fk) {
-        if (dialect != Dialect::Postgres || !connected || !pk.catalog.empty() || !pk.schema.empty() ||
-            !pk.table.empty() || fk.table.empty() || fk.schema.empty()) {
+        if (!pk.catalog.empty() || !pk.schema.empty() || !pk.table.empty() || fk.table.empty() ||
+            !KeysInBulk(fk.catalog, fk.schema)) {
             return false;
         }
         std::vector<MIForeignKey> found;
         const bool inMemory = cache.ForeignKeys(
             fk,
             [&](SchemaRows<MIForeignKey>& rows) {
-                if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
+                if (dbms == Dbms::MariaDB) {
+                    ReadForeignKeysMariaDb(Connection(L"reading foreign keys"), fk.catalog, WyString(), rows);
+                } else if (!keyPrefetch.TakeForeignKeys(fk.catalog, fk.schema, rows)) {
                     ReadForeignKeysPostgres(Connection(L"reading foreign keys"), TableRef(),
                                             TableRef{WyString(), fk.schema, WyString()}, rows);
                 }
@@ -739,6 +778,15 @@ void OdbcImport::OpenConnection(WyString& source, WyString& user, WyString& pass
         if (state.dialect == Dialect::Postgres) {
             state.keyPrefetch.Configure(target);
         }
+        if (state.dbms == Dbms::MariaDB) {
+            try {
+                RunQuery(state.connection.Get(), L"SELECT DATABASE()", context,
+                         [&](Row& row) { state.connectionDatabase = row.Text(1); });
+            } catch (const ErrorMessage&) {
+                // Without it every database the driver lists is described, as without Database=.
+                state.connectionDatabase.clear();
+            }
+        }
     } catch (...) {
         state.Close();
         throw;
@@ -756,7 +804,11 @@ void OdbcImport::PrepareForCatalog(WyString& catalog) {
     const WyString context =
         L"reading the catalogs" + (catalog.empty() ? WyString() : L" named like " + Quoted(catalog));
     state.catalogs.Start(state.Connection(context), context);
-    state.catalogPattern = catalog;
+    // MariaDB lists every database the user may see as a catalog; a connection string that names
+    // one asks for that one, unless the request names a catalog pattern of its own.
+    const bool everyCatalog = catalog.empty() || catalog == L"%";
+    state.catalogPattern =
+        everyCatalog && !state.connectionDatabase.empty() ? EscapedName(state.connectionDatabase) : catalog;
     state.catalogsSeen.clear();
     // The special request needs empty (not NULL) schema and table names.
     WideArg all(L"%"); // SQL_ALL_CATALOGS
@@ -903,9 +955,18 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
     }
     state.foreignPk = pk;
     state.foreignFk = TableRef{fkCatalog, fkSchema, fkTable};
-    if (state.dbms == Dbms::PostgreSQL) {
+    // MariaDB Connector/ODBC's own query costs a scan of every table on the server; the table's
+    // keys are read with constant filters instead.
+    const bool mariaDbTable = state.dbms == Dbms::MariaDB && state.dialect != Dialect::Plain &&
+                              pk.catalog.empty() && pk.schema.empty() && pk.table.empty() &&
+                              !fkCatalog.empty() && !fkTable.empty();
+    if (state.dbms == Dbms::PostgreSQL || mariaDbTable) {
         SchemaRows<MIForeignKey> rows;
-        ReadForeignKeysPostgres(state.Connection(L"reading foreign keys"), pk, state.foreignFk, rows);
+        if (mariaDbTable) {
+            ReadForeignKeysMariaDb(state.Connection(L"reading foreign keys"), fkCatalog, fkTable, rows);
+        } else {
+            ReadForeignKeysPostgres(state.Connection(L"reading foreign keys"), pk, state.foreignFk, rows);
+        }
         listing.Stop();
         state.servedForeignKeys.Start();
         rows.ForTables(WyString(), false,
@@ -920,6 +981,21 @@ void OdbcImport::PrepareForForeignKey(WyString& pkCatalog, WyString& pkSchema, W
         const WyString context = describe(state.foreignFk, pk);
         listing.Start(state.Connection(context), context);
         run(state.foreignFk);
+        if (state.dbms == Dbms::MariaDB) {
+            // In the order the whole-database read gives (see OrderForeignKeysMariaDb).
+            std::vector<MIForeignKey> keys;
+            while (listing.Fetch()) {
+                Row row(listing.Statement(), listing.Context());
+                MIForeignKey key = ForeignKeyRow(row);
+                if (state.ForeignKeyWanted(key)) {
+                    keys.push_back(std::move(key));
+                }
+            }
+            listing.Stop();
+            OrderForeignKeysMariaDb(keys);
+            state.servedForeignKeys.Start();
+            state.servedForeignKeys.records = std::move(keys);
+        }
         return;
     }
     // The driver manager refuses SQLForeignKeys without any table name: ask for the foreign keys

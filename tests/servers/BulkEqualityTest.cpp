@@ -156,6 +156,9 @@ TEST_F(BulkEqualityTest, PostgresWithoutASecondConnectionMatchesThePerTableCalls
 TEST_F(BulkEqualityTest, MariadbDatabaseMatchesThePerTableCalls) {
     Mariadb(R"sql(
 DROP DATABASE IF EXISTS udml_bulk;
+DROP DATABASE IF EXISTS udml_bulk_other;
+CREATE DATABASE udml_bulk_other;
+CREATE TABLE udml_bulk_other.target (k int PRIMARY KEY);
 CREATE DATABASE udml_bulk CHARACTER SET utf8mb4;
 USE udml_bulk;
 CREATE TABLE types (
@@ -175,16 +178,25 @@ CREATE TABLE child (
   CONSTRAINT child_x_y FOREIGN KEY (xy) REFERENCES `x_y` (id)
 );
 CREATE VIEW x_view AS SELECT id, concat(a, 'z') AS computed FROM `x_y`;
+CREATE TABLE uniq (u int UNIQUE, p int PRIMARY KEY);
+CREATE TABLE refs (
+  id int PRIMARY KEY, a int, b int, c int, u int, o int, self int, k1 int, k2 varchar(20),
+  CONSTRAINT refs_z FOREIGN KEY (c) REFERENCES `x_y` (id), CONSTRAINT refs_b FOREIGN KEY (b) REFERENCES `x_y` (id),
+  CONSTRAINT refs_a FOREIGN KEY (a) REFERENCES `x_y` (id), CONSTRAINT refs_u FOREIGN KEY (u) REFERENCES uniq (u),
+  CONSTRAINT refs_o FOREIGN KEY (o) REFERENCES udml_bulk_other.target (k),
+  CONSTRAINT refs_self FOREIGN KEY (self) REFERENCES refs (id) ON DELETE SET NULL,
+  CONSTRAINT refs_k FOREIGN KEY (k2, k1) REFERENCES xzy (b, id), CONSTRAINT refs_j FOREIGN KEY (k2, a) REFERENCES xzy (b, id)
+);
 )sql");
     struct Cleanup {
-        ~Cleanup() { Mariadb("DROP DATABASE IF EXISTS udml_bulk;"); }
+        ~Cleanup() { Mariadb("DROP DATABASE IF EXISTS udml_bulk; DROP DATABASE IF EXISTS udml_bulk_other;"); }
     } cleanup;
 
     OdbcImport fast, plain;
     Open(fast, "UDML_MARIADB_CONNECT", false);
     Open(plain, "UDML_MARIADB_CONNECT", true);
-    EXPECT_EQ(ExpectSameRecords(fast, plain, L"udml_bulk", L""), 7u);
-    EXPECT_EQ(fast.WholeSchemaReads(), 1u); // the columns; keys stay per table
+    EXPECT_EQ(ExpectSameRecords(fast, plain, L"udml_bulk", L""), 9u);
+    EXPECT_EQ(fast.WholeSchemaReads(), 3u); // columns, primary and foreign keys
 }
 
 } // namespace

@@ -178,4 +178,21 @@ TEST(DataSourceName, UnknownNameFailsWithOneLine) {
     EXPECT_NE(std::string::npos, run.standardError.find("IM002")) << run.standardError;
 }
 
+// MariaDB lists every database the user may see as a catalog; a connection string that names one
+// describes that one only.
+TEST(MariaDbDatabase, ConnectionStringDatabaseIsTheOnlyCatalog) {
+    LoadFixture(kMariaDb);
+    const CommandResult run =
+        Udmlgen(Setting("UDML_DB_PASSWORD"),
+                ConnectArguments(Setting("UDML_MARIADB_CONNECT") + ";Database=udml_hr") + " --database Shop");
+    ASSERT_EQ(0, run.exitStatus) << run.standardError;
+    std::set<std::string> catalogs;
+    const std::regex named("\"Shop\"\\.\"([^\"]*)\"");
+    for (std::sregex_iterator it(run.standardOutput.begin(), run.standardOutput.end(), named), end; it != end;
+         ++it)
+        catalogs.insert((*it)[1]);
+    EXPECT_EQ(std::set<std::string>{"udml_hr"}, catalogs);
+    EXPECT_NE(std::string::npos, run.standardOutput.find("DECLARE TABLE \"Shop\".\"udml_hr\".\"\".\"dept\""));
+}
+
 } // namespace
