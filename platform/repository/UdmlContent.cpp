@@ -1,0 +1,30 @@
+#include "platform/repository/UdmlContent.h"
+
+#include "platform/BaseStringUtil.h"
+
+void UdmlContent::Merge(TypeID type, const QualifiedName& name, const UdmlFields& fields) {
+    UdmlFields& known = m_objects[{type, name}];
+    for (const auto& [piece, value] : fields)
+        known[piece] = value;
+}
+
+const UdmlFields* UdmlContent::Find(TypeID type, const QualifiedName& name) const {
+    const auto found = m_objects.find({type, name});
+    return found == m_objects.end() ? nullptr : &found->second;
+}
+
+std::string UdmlContent::QualifiedText(const QualifiedName& name) {
+    std::string out;
+    for (size_t i = 0; i < name.size(); ++i) {
+        std::string part;
+        BaseStringUtil::AppendUtf8(name[i], part);
+        out += i == 0 ? "\"" : ".\"";
+        for (const char c : part) {
+            out.push_back(c);
+            if (c == '"')
+                out.push_back('"');
+        }
+        out.push_back('"');
+    }
+    return out;
+}
