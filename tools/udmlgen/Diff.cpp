@@ -258,6 +258,12 @@ const char* ChangeName(Change change) {
     return change == Change::Added ? "added" : change == Change::Removed ? "removed" : "changed";
 }
 
+// Names of other objects stand as UDML writes them; other values are quoted, so that an empty
+// description or trailing blanks show.
+std::string Shown(const std::string& piece, const std::string& value) {
+    return piece == "columns" || piece == "references" ? "(" + value + ")" : Json(value);
+}
+
 std::string TextReport(const std::vector<Difference>& differences) {
     std::string out;
     const std::string* schema = nullptr;
@@ -277,7 +283,7 @@ std::string TextReport(const std::vector<Difference>& differences) {
             table = &d.table;
         out += (tableLevel ? "  " : "    ") + std::string(ChangeName(d.change)) + " " + d.kind + " " + d.name;
         if (d.change == Change::Changed)
-            out += " " + d.piece + ": " + Json(d.oldValue) + " -> " + Json(d.newValue);
+            out += " " + d.piece + ": " + Shown(d.piece, d.oldValue) + " -> " + Shown(d.piece, d.newValue);
         out += "\n";
     }
     out += std::to_string(differences.size()) + " differences: " + std::to_string(counts[0]) + " added, " +
