@@ -2,6 +2,15 @@
 
 #include "platform/BaseStringUtil.h"
 
+#include <functional>
+
+size_t UdmlContent::KeyHash::operator()(const Key& key) const {
+    size_t seed = std::hash<TypeID>()(key.first) ^ key.second.size();
+    for (const WyString& part : key.second)
+        seed ^= std::hash<WyString>()(part) + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2);
+    return seed;
+}
+
 void UdmlContent::Merge(TypeID type, const QualifiedName& name, const UdmlFields& fields) {
     UdmlFields& known = m_objects[{type, name}];
     for (const auto& [piece, value] : fields)

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 /// The pieces of one object's statement, by piece name ("type", "precision", "scale",
@@ -18,18 +19,23 @@ using UdmlFields = std::map<std::string, std::string>;
 class UdmlContent {
 public:
     using Key = std::pair<TypeID, QualifiedName>;
+    struct KeyHash {
+        size_t operator()(const Key& key) const;
+    };
+    using Map = std::unordered_map<Key, UdmlFields, KeyHash>;
 
     /// Records what one statement says about an object; a later statement of the same object
     /// overrides the pieces it states again and keeps the others.
     void Merge(TypeID type, const QualifiedName& name, const UdmlFields& fields);
     /// The pieces of an object, or null when no statement of it was read.
     const UdmlFields* Find(TypeID type, const QualifiedName& name) const;
-    const std::map<Key, UdmlFields>& Objects() const { return m_objects; }
+    /// Every object, in no particular order.
+    const Map& Objects() const { return m_objects; }
     void Clear() { m_objects.clear(); }
 
     /// A name path as UDML writes it: each part in double quotes, inner quotes doubled, "." between.
     static std::string QualifiedText(const QualifiedName& name);
 
 private:
-    std::map<Key, UdmlFields> m_objects;
+    Map m_objects;
 };

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <iostream>
 #include <set>
+#include <unordered_set>
 
 namespace udmlgen {
 namespace {
@@ -168,11 +169,20 @@ public:
         const QualifiedName scope = Scope();
         if (scope.empty())
             return; // a column, key or foreign-key request meets too little to tell
-        for (const auto& [key, fields] : m_repository.Objects()) {
-            const auto& [type, name] = key;
+        // In name order, so that the report is the same from run to run, and a schema comes
+        // before its tables.
+        std::vector<const UdmlContent::Key*> keys;
+        for (const auto& object : m_repository.Objects()) {
+            if (m_seen.count(object.first) == 0)
+                keys.push_back(&object.first);
+        }
+        std::sort(keys.begin(), keys.end(), [](const UdmlContent::Key* a, const UdmlContent::Key* b) {
+            return a->second != b->second ? a->second < b->second : a->first < b->first;
+        });
+        for (const UdmlContent::Key* key : keys) {
+            const auto& [type, name] = *key;
             if (KindBit(type) == 0 || (m_options.generateMask & KindBit(type)) == 0 ||
-                name.size() < scope.size() || !std::equal(scope.begin(), scope.end(), name.begin()) ||
-                m_seen.count(key) != 0)
+                name.size() < scope.size() || !std::equal(scope.begin(), scope.end(), name.begin()))
                 continue;
             if (type == kTIDAColumn || type == kTIDATableKey || type == kTIDAForeignKey) {
                 // Only in a table met with its columns: otherwise the table went, or the walk
@@ -247,7 +257,7 @@ private:
     const UdmlContent& m_repository;
     const Options& m_options;
     std::vector<Difference> m_differences;
-    std::set<UdmlContent::Key> m_seen;        // repository objects the walk met
+    std::unordered_set<UdmlContent::Key, UdmlContent::KeyHash> m_seen; // repository objects the walk met
     std::set<QualifiedName> m_listedTables;   // repository tables met with their columns and keys
     std::set<QualifiedName> m_removedSchemas; // reported whole, without their tables
     QualifiedName m_lastTable;
