@@ -11,10 +11,12 @@ size_t UdmlContent::KeyHash::operator()(const Key& key) const {
     return seed;
 }
 
-void UdmlContent::Merge(TypeID type, const QualifiedName& name, const UdmlFields& fields) {
-    UdmlFields& known = m_objects[{type, name}];
-    for (const auto& [piece, value] : fields)
-        known[piece] = value;
+void UdmlContent::Merge(TypeID type, const QualifiedName& name, UdmlFields fields) {
+    const auto [found, inserted] = m_objects.try_emplace({type, name}, std::move(fields));
+    if (inserted)
+        return; // the common case: the object's first statement, taken over as it is
+    for (auto& [piece, value] : fields)
+        found->second[piece] = std::move(value);
 }
 
 const UdmlFields* UdmlContent::Find(TypeID type, const QualifiedName& name) const {

@@ -26,7 +26,7 @@ public:
 
     /// Records what one statement says about an object; a later statement of the same object
     /// overrides the pieces it states again and keeps the others.
-    void Merge(TypeID type, const QualifiedName& name, const UdmlFields& fields);
+    void Merge(TypeID type, const QualifiedName& name, UdmlFields fields);
     /// The pieces of an object, or null when no statement of it was read.
     const UdmlFields* Find(TypeID type, const QualifiedName& name) const;
     /// Every object, in no particular order.

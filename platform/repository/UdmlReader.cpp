@@ -660,6 +660,8 @@ private:
     EntryEnd SkipRest(bool inColumnList, Tokens* tokens = nullptr) {
         if (!m_content)
             tokens = nullptr;
+        else if (tokens)
+            tokens->reserve(32); // a column entry as the generator writes it, without growing
         auto keep = [tokens](Token::Kind kind, std::string text) {
             if (tokens)
                 tokens->push_back({kind, std::move(text)});
