@@ -702,7 +702,9 @@ private:
                 std::string text;
                 BraceText(std::strcmp(word2, "EXPRESSION") == 0, tokens ? &text : nullptr);
                 keep(Token::Brace, std::move(text));
-            } else if (c >= '0' && c <= '9') {
+            } else if ((c >= '0' && c <= '9') || (c == '-' && Peek(at + 1) >= '0' && Peek(at + 1) <= '9')) {
+                // Precision and scale are written as the source gives them, a negative one too.
+                ++m_pos;
                 while (m_pos < m_text.size() && m_text[m_pos] >= '0' && m_text[m_pos] <= '9')
                     ++m_pos;
                 keep(Token::Number, m_text.substr(at, m_pos - at));

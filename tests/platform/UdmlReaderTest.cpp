@@ -188,7 +188,7 @@ TEST(UdmlReader, ContentOfEveryStatementKindIsRead) {
         "\"D\".\"\".\"S\".\"T\".\"A\", \"D\".\"\".\"S\".\"T\".\"B\" );\n"
         "\nDECLARE FOREIGN KEY \"D\".\"\".\"S\".\"T\".\"FK\" AS \"FK\"\n HAVING ( "
         "\"D\".\"\".\"S\".\"T\".\"B\" )\n REFERENCES \"D\".\"\".\"S\".\"U\".\"PK\"\"U\";\n"
-        "\nDECLARE COLUMN \"D\".\"\".\"S\".\"T\".\"C\" AS \"C\" TYPE INT PRECISION 10 SCALE 0 NULLABLE "
+        "\nDECLARE COLUMN \"D\".\"\".\"S\".\"T\".\"C\" AS \"C\" TYPE INT PRECISION -1 SCALE 0 NULLABLE "
         "VALUE TYPE  MAPPED COLUMN ''  MVLINK ''  DESCRIPTION {};\n";
     ARpGateway gateway;
     UdmlContent content;
@@ -204,7 +204,7 @@ TEST(UdmlReader, ContentOfEveryStatementKindIsRead) {
     EXPECT_EQ("description=x {y};nullable=NOT NULLABLE;precision=12;properties=IS_HIDDEN = "
               "true;scale=2;type=NUMERIC;",
               fields(kTIDAColumn, "A"));
-    EXPECT_EQ("description=;nullable=NULLABLE;precision=10;scale=0;type=INT;", fields(kTIDAColumn, "C"));
+    EXPECT_EQ("description=;nullable=NULLABLE;precision=-1;scale=0;type=INT;", fields(kTIDAColumn, "C"));
     EXPECT_EQ("columns=\"D\".\"\".\"S\".\"T\".\"A\", \"D\".\"\".\"S\".\"T\".\"B\";",
               fields(kTIDATableKey, "PK"));
     EXPECT_EQ("columns=\"D\".\"\".\"S\".\"T\".\"B\";references=\"D\".\"\".\"S\".\"U\".\"PK\"\"U\";",
