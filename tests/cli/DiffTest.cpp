@@ -108,6 +108,22 @@ TEST(Diff, IdenticalSidesReportNothingAndEachChangeGetsItsLine) {
         << json.standardOutput;
 }
 
+// Snapshots that write one key name twice, and names with quotes, braces and blanks everywhere.
+TEST(Diff, GeneratedTextDiffsEmptyAgainstItsSource) {
+    for (const std::string& source : {std::string("--snapshot keys.json --database W"),
+                                      std::string("--snapshot hostile-names.json --database \"Sales 'DB'\""),
+                                      std::string("--snapshot eai-picklists.json --database SRC")}) {
+        const std::string command =
+            "cd " + ShellQuote(std::string(UDML_SOURCE_DIR) + "/tests/golden/cases") + " && ";
+        const CommandResult generated = RunCommand(command + UdmlgenPath() + " -q " + source);
+        ASSERT_EQ(0, generated.exitStatus) << source << generated.standardError;
+        const std::string existing = Scratch("identical.udml", generated.standardOutput);
+        const CommandResult run =
+            RunCommand(command + UdmlgenPath() + " diff " + source + " --existing " + existing);
+        EXPECT_EQ(0, run.exitStatus) << source << "\n" << run.standardOutput << run.standardError;
+    }
+}
+
 // A source that only gained objects: --only-new writes them and nothing else, and the old file
 // with the new one then describes the source completely.
 void ExpectRoundTrip(const std::string& source, const std::string& existing, const std::string& name) {

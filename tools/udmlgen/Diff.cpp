@@ -144,6 +144,12 @@ public:
         const ARpObject& own = *statement.objects.front();
         const TypeID type = own.GetTypeId();
         const QualifiedName& name = own.GetQualifiedName();
+        if (type == kTIDATableKey || type == kTIDAForeignKey) {
+            if (!(m_lastTableAdded && Prefix(name, name.size() - 1) == m_lastTable))
+                Hold(type, name, statement.content);
+            return; // else part of a table reported as added
+        }
+        ComparePending();
         if (type == kTIDATable) {
             m_lastTable = name;
             m_lastTableAdded = m_repository.Find(type, name) == nullptr;
@@ -152,16 +158,21 @@ public:
                 listed = listed && piece != " NO INTERSECTION";
             if (listed && !m_lastTableAdded)
                 m_listedTables.insert(name);
-        } else if ((type == kTIDATableKey || type == kTIDAForeignKey) && m_lastTableAdded &&
-                   Prefix(name, name.size() - 1) == m_lastTable) {
-            return; // part of a table reported as added
         }
         for (const ARpObject* object : statement.objects) {
             const bool whole = object == statement.objects.front();
             if (!whole && (type != kTIDATable || m_lastTableAdded))
                 break; // the columns of an added table are part of it
-            Compare(*object, statement.content);
+            Compare(object->GetTypeId(), object->GetQualifiedName(),
+                    statement.content.Find(object->GetTypeId(), object->GetQualifiedName()));
         }
+    }
+
+    /// Compares what is still held; call when the walk ends.
+    void ComparePending() {
+        for (const auto& [key, fields] : m_pending)
+            Compare(key.first, key.second, &fields);
+        m_pending.clear();
     }
 
     /// The repository's objects under the request that the walk did not meet.
@@ -217,16 +228,28 @@ private:
         }
     }
 
-    void Compare(const ARpObject& object, const UdmlContent& content) {
-        const TypeID type = object.GetTypeId();
-        const QualifiedName& name = object.GetQualifiedName();
+    // A table's keys and foreign keys are compared once the table is done: the generator may
+    // write one name twice (a key whose rows come apart), and as the repository keeps the last
+    // declaration, so does the comparison.
+    void Hold(TypeID type, const QualifiedName& name, const UdmlContent& content) {
+        const UdmlFields* fields = content.Find(type, name);
+        for (auto& [key, held] : m_pending) {
+            if (key.first == type && key.second == name) {
+                for (const auto& [piece, value] : fields ? *fields : UdmlFields())
+                    held[piece] = value;
+                return;
+            }
+        }
+        m_pending.emplace_back(UdmlContent::Key{type, name}, fields ? *fields : UdmlFields());
+    }
+
+    void Compare(TypeID type, const QualifiedName& name, const UdmlFields* now) {
         const UdmlFields* old = m_repository.Find(type, name);
         if (old == nullptr) {
             Add(Change::Added, type, name);
             return;
         }
         m_seen.insert({type, name});
-        const UdmlFields* now = content.Find(type, name);
         for (const char* piece : ComparedPieces(type)) {
             auto value = [piece](const UdmlFields* fields) {
                 const auto found = fields ? fields->find(piece) : UdmlFields::const_iterator();
@@ -262,6 +285,7 @@ private:
     std::set<QualifiedName> m_removedSchemas; // reported whole, without their tables
     QualifiedName m_lastTable;
     bool m_lastTableAdded = false;
+    std::vector<std::pair<UdmlContent::Key, UdmlFields>> m_pending; // the last table's keys, not yet compared
 };
 
 const char* ChangeName(Change change) {
@@ -382,6 +406,7 @@ int Diff(const Options& options) {
         Log::Error("diff failed: the source could not be walked; no report written", Lines(errorText));
         return kExitFailure;
     }
+    comparison.ComparePending();
     comparison.FindRemoved();
     std::vector<Difference>& differences = comparison.Differences();
     Group(differences);
