@@ -97,6 +97,12 @@ TEST(Diff, IdenticalSidesReportNothingAndEachChangeGetsItsLine) {
 )";
     EXPECT_TRUE(expected == run.standardOutput) << DiffTexts(expected, run.standardOutput);
 
+    // A table the selection leaves out is out of sight, not removed.
+    const CommandResult selected = Udmlgen("diff --snapshot " + changed + " --database D --existing " +
+                                           existing + " --exclude-table S.OLD");
+    EXPECT_EQ(3, selected.exitStatus) << selected.standardError;
+    EXPECT_EQ(std::string::npos, selected.standardOutput.find("OLD")) << selected.standardOutput;
+
     const CommandResult json =
         Udmlgen("diff --format json --snapshot " + changed + " --database D --existing " + existing);
     EXPECT_EQ(3, json.exitStatus) << json.standardError;

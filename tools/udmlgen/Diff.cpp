@@ -8,10 +8,12 @@
 #include "Interrupt.h"
 #include "Log.h"
 #include "Output.h"
+#include "SelectionOptions.h"
 #include "Source.h"
 #include "Statements.h"
 
 #include "SMUOdbcGenerator.h"
+#include "import/selection/ObjectSelection.h"
 #include "platform/repository/UdmlReader.h"
 
 #include <algorithm>
@@ -136,7 +138,7 @@ std::string Json(const std::string& text) {
 class Comparison {
 public:
     Comparison(const UdmlContent& repository, const Options& options)
-        : m_repository(repository), m_options(options) {}
+        : m_repository(repository), m_options(options), m_selection(SelectionOf(options.selection)) {}
 
     void Take(Statement& statement) {
         if (!statement.readable || statement.objects.empty())
@@ -194,6 +196,8 @@ public:
             const auto& [type, name] = *key;
             if (KindBit(type) == 0 || (m_options.generateMask & KindBit(type)) == 0 ||
                 name.size() < scope.size() || !std::equal(scope.begin(), scope.end(), name.begin()))
+                continue;
+            if (!Selected(type, name))
                 continue;
             if (type == kTIDAColumn || type == kTIDATableKey || type == kTIDAForeignKey) {
                 // Only in a table met with its columns: otherwise the table went, or the walk
@@ -277,8 +281,23 @@ private:
         m_differences.push_back(std::move(difference));
     }
 
+    // Whether the selection options let the source show the object: one they leave out is not
+    // removed, only out of sight.
+    bool Selected(TypeID type, const QualifiedName& name) const {
+        if (name.size() < 2)
+            return true;
+        if (type == kTIDACatalog)
+            return m_selection.CatalogSelected(name[1]);
+        if (name.size() < 3)
+            return true;
+        if (type == kTIDASchema)
+            return m_selection.SchemaSelected(name[1], name[2]);
+        return name.size() < 4 || m_selection.TableSelected(name[1], name[2], name[3]);
+    }
+
     const UdmlContent& m_repository;
     const Options& m_options;
+    ObjectSelection m_selection;
     std::vector<Difference> m_differences;
     std::unordered_set<UdmlContent::Key, UdmlContent::KeyHash> m_seen; // repository objects the walk met
     std::set<QualifiedName> m_listedTables;   // repository tables met with their columns and keys
