@@ -239,7 +239,7 @@ enum class EntryEnd { NextColumn, EndOfList, EndOfStatement };
 
 class Reader {
 public:
-    Reader(ARpGateway& gateway, const std::string& text, const std::string& sourceName, UdmlContent* content)
+    Reader(ARpGateway* gateway, const std::string& text, const std::string& sourceName, UdmlContent* content)
         : m_gateway(gateway), m_text(text), m_source(sourceName), m_content(content) {}
 
     void Run() {
@@ -516,7 +516,8 @@ private:
             SkipRest(false, &pending.front().rest);
         // Declared only once the whole statement has been read, so a failing one leaves no trace.
         for (const PendingObject& object : pending) {
-            m_gateway.DeclareObject(object.type, object.name);
+            if (m_gateway)
+                m_gateway->DeclareObject(object.type, object.name);
             if (m_content)
                 m_content->Merge(object.type, object.name, FieldsOf(object.type, object.rest));
         }
@@ -593,7 +594,8 @@ private:
                 continue;
             m_pos = at + 1;
             SkipRest(false);
-            m_gateway.DeclareComplexJoin(name, first, second);
+            if (m_gateway)
+                m_gateway->DeclareComplexJoin(name, first, second);
             if (m_content) {
                 m_content->Merge(kTIDAComplexJoin, {first.empty() ? WyString() : first.front(), name},
                                  {{"tables", UdmlContent::QualifiedText(first) + ", " +
@@ -819,7 +821,7 @@ private:
         Fail(open, std::string("unterminated text after ") + after);
     }
 
-    ARpGateway& m_gateway;
+    ARpGateway* m_gateway; // null when only the content is read
     const std::string& m_text;
     const std::string& m_source;
     UdmlContent* m_content; // null when only the names are read
@@ -839,10 +841,12 @@ private:
 
 void UdmlReader::ReadText(ARpGateway& gateway, const std::string& text, const std::string& sourceName,
                           UdmlContent* content) {
-    Reader(gateway, text, sourceName, content).Run();
+    Reader(&gateway, text, sourceName, content).Run();
 }
 
-void UdmlReader::ReadFile(ARpGateway& gateway, const std::string& path, UdmlContent* content) {
+namespace {
+
+std::string WholeFile(const std::string& path) {
     auto failure = [&path](int error) {
         return ErrorMessage(Wide("cannot read " + path + ": " + std::strerror(error)));
     };
@@ -868,5 +872,16 @@ void UdmlReader::ReadFile(ARpGateway& gateway, const std::string& path, UdmlCont
         text.append(buffer, static_cast<size_t>(got));
     }
     ::close(fd);
-    ReadText(gateway, text, path, content);
+    return text;
+}
+
+} // namespace
+
+void UdmlReader::ReadFile(ARpGateway& gateway, const std::string& path, UdmlContent* content) {
+    ReadText(gateway, WholeFile(path), path, content);
+}
+
+void UdmlReader::ReadContent(const std::string& path, UdmlContent& content) {
+    const std::string text = WholeFile(path);
+    Reader(nullptr, text, path, &content).Run();
 }

@@ -15,6 +15,8 @@ public:
     /// naming the file, the line and what was expected; nothing after it is read.
     /// With `content`, what each statement says about its object is recorded there too.
     static void ReadFile(ARpGateway& gateway, const std::string& path, UdmlContent* content = nullptr);
+    /// Reads only the content of the UDML file `path`, with the same failures as ReadFile.
+    static void ReadContent(const std::string& path, UdmlContent& content);
     /// Reads UDML text (UTF-8); `sourceName` names it in messages.
     static void ReadText(ARpGateway& gateway, const std::string& text, const std::string& sourceName,
                          UdmlContent* content = nullptr);

@@ -186,7 +186,7 @@ public:
         // before its tables.
         std::vector<const UdmlContent::Key*> keys;
         for (const auto& object : m_repository.Objects()) {
-            if (m_seen.count(object.first) == 0)
+            if (m_seen.count(&object) == 0)
                 keys.push_back(&object.first);
         }
         std::sort(keys.begin(), keys.end(), [](const UdmlContent::Key* a, const UdmlContent::Key* b) {
@@ -248,12 +248,13 @@ private:
     }
 
     void Compare(TypeID type, const QualifiedName& name, const UdmlFields* now) {
-        const UdmlFields* old = m_repository.Find(type, name);
-        if (old == nullptr) {
+        const auto entry = m_repository.Objects().find({type, name});
+        if (entry == m_repository.Objects().end()) {
             Add(Change::Added, type, name);
             return;
         }
-        m_seen.insert({type, name});
+        m_seen.insert(&*entry);
+        const UdmlFields* old = &entry->second;
         for (const char* piece : ComparedPieces(type)) {
             auto value = [piece](const UdmlFields* fields) {
                 const auto found = fields ? fields->find(piece) : UdmlFields::const_iterator();
@@ -299,7 +300,7 @@ private:
     const Options& m_options;
     ObjectSelection m_selection;
     std::vector<Difference> m_differences;
-    std::unordered_set<UdmlContent::Key, UdmlContent::KeyHash> m_seen; // repository objects the walk met
+    std::unordered_set<const UdmlContent::Map::value_type*> m_seen; // repository objects the walk met
     std::set<QualifiedName> m_listedTables;   // repository tables met with their columns and keys
     std::set<QualifiedName> m_removedSchemas; // reported whole, without their tables
     QualifiedName m_lastTable;
@@ -381,10 +382,9 @@ int Diff(const Options& options) {
         inputs.emplace_back("--existing", file);
     RefuseToReplaceInputs(options.outputFile, inputs);
 
-    ARpGateway repository;
     UdmlContent content;
     for (const std::string& file : options.existingFiles)
-        UdmlReader::ReadFile(repository, file, &content);
+        UdmlReader::ReadContent(file, content);
     log.Phase("read the --existing files");
     Source source = OpenSource(options);
     log.Phase("opened the source: " + source.description);
