@@ -1,5 +1,5 @@
-// Fuzzes the repository's UDML reader: any bytes are read into a repository or refused with a
-// message naming the input, never a crash or a hang.
+// Fuzzes the repository's UDML reader, content included: any bytes are read into a repository
+// or refused with a message naming the input, never a crash or a hang.
 #include "FuzzCheck.h"
 
 #include "platform/repository/UdmlReader.h"
@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ARpGateway gateway;
     gateway.DeclareDatabase(L"DB");
     try {
-        UdmlReader::ReadText(gateway, text, "input.udml");
+        UdmlContent content;
+        UdmlReader::ReadText(gateway, text, "input.udml", &content);
     } catch (const ErrorMessage& error) {
         FUZZ_CHECK(std::string(error.what()).find("input.udml") != std::string::npos,
                    "a refusal names the input");

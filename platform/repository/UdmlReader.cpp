@@ -6,6 +6,8 @@
 // Every scan moves forward only, keeping the reader linear in its input whatever that input is.
 #include "platform/repository/UdmlReader.h"
 
+#include "platform/repository/UdmlContent.h"
+
 #include "platform/BaseStringUtil.h"
 
 #include <cerrno>
@@ -116,17 +118,129 @@ private:
     std::vector<uint64_t> m_h1, m_h2, m_p1, m_p2;
 };
 
+// A token of a statement's rest, kept only when the content is read: words in capitals, quoted
+// names and brace texts unescaped, numbers, and single characters.
+struct Token {
+    enum Kind { Word, Name, Number, Brace, Literal, Char } kind;
+    std::string text;
+};
+using Tokens = std::vector<Token>;
+
 struct PendingObject {
     TypeID type;
     QualifiedName name;
+    Tokens rest;
 };
+
+bool IsWord(const Tokens& tokens, size_t i, const char* word) {
+    return i < tokens.size() && tokens[i].kind == Token::Word && tokens[i].text == word;
+}
+bool IsChar(const Tokens& tokens, size_t i, char c) {
+    return i < tokens.size() && tokens[i].kind == Token::Char && tokens[i].text[0] == c;
+}
+
+// A quoted name path from tokens[i], as UDML writes it; `i` moves past it. Empty when none is there.
+std::string PathText(const Tokens& tokens, size_t& i) {
+    std::string out;
+    while (i < tokens.size() && tokens[i].kind == Token::Name) {
+        out += out.empty() ? "\"" : ".\"";
+        for (const char c : tokens[i].text) {
+            out.push_back(c);
+            if (c == '"')
+                out.push_back('"');
+        }
+        out.push_back('"');
+        ++i;
+        if (!IsChar(tokens, i, '.') || i + 1 >= tokens.size() || tokens[i + 1].kind != Token::Name)
+            break;
+        ++i;
+    }
+    return out;
+}
+
+// "( path, path )" from tokens[i] (at the "("), the paths joined by ", ".
+std::string PathList(const Tokens& tokens, size_t& i) {
+    std::string out;
+    ++i;
+    while (i < tokens.size() && !IsChar(tokens, i, ')')) {
+        const std::string path = PathText(tokens, i);
+        if (path.empty()) {
+            ++i; // not the generator's shape: whatever it is, the list goes on to its ")"
+            continue;
+        }
+        out += (out.empty() ? "" : ", ") + path;
+    }
+    return out;
+}
+
+// "( {key} = {value}, ... )" from tokens[i] (at the "("), as "key = value" joined by ", ".
+std::string PropertyList(const Tokens& tokens, size_t& i) {
+    std::string out;
+    size_t depth = 0;
+    for (; i < tokens.size(); ++i) {
+        const Token& token = tokens[i];
+        if (token.kind == Token::Char && token.text[0] == '(') {
+            if (depth++ == 0)
+                continue;
+        } else if (token.kind == Token::Char && token.text[0] == ')') {
+            if (--depth == 0)
+                break;
+        }
+        if (token.kind == Token::Char && token.text[0] == ',') {
+            out += ", ";
+        } else if (token.kind == Token::Char && token.text[0] == '=') {
+            out += " = ";
+        } else {
+            out += token.text;
+        }
+    }
+    return out;
+}
+
+// What the rest of a statement (or of a column list entry) says about its object. Pieces the
+// generator does not write there are passed over: content never makes a statement fail.
+UdmlFields FieldsOf(TypeID type, const Tokens& tokens) {
+    UdmlFields fields;
+    for (size_t i = 0; i < tokens.size(); ++i) {
+        const bool column = type == kTIDAColumn;
+        const bool keyed = type == kTIDATableKey || type == kTIDAForeignKey;
+        if (column && IsWord(tokens, i, "TYPE") && !fields.count("type") && i + 1 < tokens.size() &&
+            tokens[i + 1].kind == Token::Word) {
+            fields["type"] = tokens[++i].text;
+        } else if (column && (IsWord(tokens, i, "PRECISION") || IsWord(tokens, i, "SCALE")) &&
+                   i + 1 < tokens.size() && tokens[i + 1].kind == Token::Number) {
+            fields[tokens[i].text == "SCALE" ? "scale" : "precision"] = tokens[i + 1].text;
+            ++i;
+        } else if (column && IsWord(tokens, i, "NOT") && IsWord(tokens, i + 1, "NULLABLE")) {
+            fields["nullable"] = "NOT NULLABLE";
+            ++i;
+        } else if (column && IsWord(tokens, i, "NULLABLE")) {
+            fields["nullable"] = "NULLABLE";
+        } else if ((column || type == kTIDATable) && IsWord(tokens, i, "DESCRIPTION") &&
+                   i + 1 < tokens.size() && tokens[i + 1].kind == Token::Brace) {
+            fields["description"] = tokens[++i].text;
+        } else if ((column || type == kTIDATable) && IsWord(tokens, i, "PROPERTIES") &&
+                   IsChar(tokens, i + 1, '(')) {
+            fields["properties"] = PropertyList(tokens, ++i);
+        } else if (keyed && IsWord(tokens, i, "HAVING") && IsChar(tokens, i + 1, '(') &&
+                   !fields.count("columns")) {
+            fields["columns"] = PathList(tokens, ++i);
+        } else if (type == kTIDAForeignKey && IsWord(tokens, i, "REFERENCES") &&
+                   !fields.count("references")) {
+            ++i;
+            fields["references"] = PathText(tokens, i);
+            --i;
+        }
+    }
+    return fields;
+}
 
 enum class EntryEnd { NextColumn, EndOfList, EndOfStatement };
 
 class Reader {
 public:
-    Reader(ARpGateway& gateway, const std::string& text, const std::string& sourceName)
-        : m_gateway(gateway), m_text(text), m_source(sourceName) {}
+    Reader(ARpGateway* gateway, const std::string& text, const std::string& sourceName, UdmlContent* content)
+        : m_gateway(gateway), m_text(text), m_source(sourceName), m_content(content) {}
 
     void Run() {
         const size_t bad = FindIllFormedUtf8(m_text);
@@ -166,7 +280,14 @@ private:
     }
 
     [[noreturn]] void Fail(size_t pos, const std::string& message) {
-        throw ErrorMessage(Wide(m_source + ":" + std::to_string(LineOf(pos)) + ": " + message));
+        if (pos > m_text.size())
+            pos = m_text.size();
+        // The column counts characters, not bytes, as an editor shows it.
+        size_t column = 1;
+        for (size_t at = pos; at > 0 && m_text[at - 1] != '\n'; --at)
+            column += (static_cast<unsigned char>(m_text[at - 1]) & 0xC0) != 0x80;
+        throw ErrorMessage(Wide(m_source + ":" + std::to_string(LineOf(pos)) + ":" + std::to_string(column) +
+                                ": " + message));
     }
 
     std::string Describe(size_t pos) const {
@@ -363,7 +484,7 @@ private:
         const size_t kindPos = m_pos;
         auto declares = [&](TypeID type, const char* head, const char* what, Kind kind) {
             m_head = head;
-            pending.push_back({type, Path(what, last)});
+            pending.push_back({type, Path(what, last), {}});
             DisplayName(last, kind);
         };
         bool ended = false;
@@ -392,10 +513,14 @@ private:
             Expected(kindPos, "CATALOG, SCHEMA, TABLE, TABLE KEY, COLUMN, FOREIGN KEY or JOIN after DECLARE");
         }
         if (!ended)
-            SkipRest(false);
+            SkipRest(false, &pending.front().rest);
         // Declared only once the whole statement has been read, so a failing one leaves no trace.
-        for (const PendingObject& object : pending)
-            m_gateway.DeclareObject(object.type, object.name);
+        for (const PendingObject& object : pending) {
+            if (m_gateway)
+                m_gateway->DeclareObject(object.type, object.name);
+            if (m_content)
+                m_content->Merge(object.type, object.name, FieldsOf(object.type, object.rest));
+        }
     }
 
     /// The column list after HAVING; true when a ";" inside it ended the whole statement (a list
@@ -415,9 +540,9 @@ private:
             SkipBlanks();
             if (AtEnd())
                 Expected(m_pos, "';' ending " + Context());
-            pending.push_back({kTIDAColumn, Path("column", last)});
+            pending.push_back({kTIDAColumn, Path("column", last), {}});
             DisplayName(last, kColumn);
-            switch (SkipRest(true)) {
+            switch (SkipRest(true, &pending.back().rest)) {
             case EntryEnd::NextColumn:
                 break;
             case EntryEnd::EndOfList:
@@ -469,7 +594,13 @@ private:
                 continue;
             m_pos = at + 1;
             SkipRest(false);
-            m_gateway.DeclareComplexJoin(name, first, second);
+            if (m_gateway)
+                m_gateway->DeclareComplexJoin(name, first, second);
+            if (m_content) {
+                m_content->Merge(kTIDAComplexJoin, {first.empty() ? WyString() : first.front(), name},
+                                 {{"tables", UdmlContent::QualifiedText(first) + ", " +
+                                                 UdmlContent::QualifiedText(second)}});
+            }
             return;
         }
         Fail(nameStart - 1, "expected ON TABLES (<table>, <table>) after the join's names");
@@ -528,7 +659,15 @@ private:
     /// Skips tokens to the statement's ';' (consumed), or in a column list to the ',' or ')'
     /// (consumed) that ends the entry at its own level, or a ';' that ends the statement there.
     /// Whatever words come before, DECLARE among them, belong to the skipped rest.
-    EntryEnd SkipRest(bool inColumnList) {
+    EntryEnd SkipRest(bool inColumnList, Tokens* tokens = nullptr) {
+        if (!m_content)
+            tokens = nullptr;
+        else if (tokens)
+            tokens->reserve(32); // a column entry as the generator writes it, without growing
+        auto keep = [tokens](Token::Kind kind, std::string text) {
+            if (tokens)
+                tokens->push_back({kind, std::move(text)});
+        };
         size_t depth = 0;
         const char* word1 = ""; // the last two words, as keywords
         const char* word2 = "";
@@ -545,20 +684,32 @@ private:
             } else if (c == '(') {
                 ++depth;
                 ++m_pos;
+                keep(Token::Char, "(");
             } else if (c == ')') {
                 ++m_pos;
                 if (depth == 0 && inColumnList)
                     return EntryEnd::EndOfList;
                 depth -= depth != 0;
+                keep(Token::Char, ")");
             } else if (c == ',') {
                 ++m_pos;
                 if (depth == 0 && inColumnList)
                     return EntryEnd::NextColumn;
+                keep(Token::Char, ",");
             } else if (c == '"') {
-                std::string ignored;
-                QuotedName(ignored);
+                std::string name;
+                QuotedName(name);
+                keep(Token::Name, std::move(name));
             } else if (c == '{') {
-                BraceText(std::strcmp(word2, "EXPRESSION") == 0);
+                std::string text;
+                BraceText(std::strcmp(word2, "EXPRESSION") == 0, tokens ? &text : nullptr);
+                keep(Token::Brace, std::move(text));
+            } else if ((c >= '0' && c <= '9') || (c == '-' && Peek(at + 1) >= '0' && Peek(at + 1) <= '9')) {
+                // Precision and scale are written as the source gives them, a negative one too.
+                ++m_pos;
+                while (m_pos < m_text.size() && m_text[m_pos] >= '0' && m_text[m_pos] <= '9')
+                    ++m_pos;
+                keep(Token::Number, m_text.substr(at, m_pos - at));
             } else if (c == '\'') {
                 if (std::strcmp(word1, "MAPPED") == 0 && std::strcmp(word2, "COLUMN") == 0)
                     RawLiteral("MAPPED COLUMN", {"MVLINK"}, false);
@@ -576,8 +727,17 @@ private:
                 }
                 while (m_pos < m_text.size() && IsWordChar(m_text[m_pos]))
                     ++m_pos;
+                if (tokens) {
+                    std::string upper = m_text.substr(at, m_pos - at);
+                    for (char& letter : upper) {
+                        if (letter >= 'a' && letter <= 'z')
+                            letter = static_cast<char>(letter - 'a' + 'A');
+                    }
+                    keep(Token::Word, std::move(upper));
+                }
             } else {
                 ++m_pos;
+                keep(Token::Char, std::string(1, c));
             }
             word1 = word2;
             word2 = word;
@@ -586,7 +746,7 @@ private:
 
     /// {...} with "\" taking the next character as it is. In a join's external expression the
     /// quoted names are written unescaped, so there a quoted name is one token, braces and all.
-    void BraceText(bool expression) {
+    void BraceText(bool expression, std::string* text = nullptr) {
         const size_t open = m_pos++;
         for (;;) {
             if (AtEnd())
@@ -597,14 +757,21 @@ private:
                 return;
             }
             if (c == '\\') {
+                if (text && m_pos + 1 < m_text.size())
+                    text->push_back(m_text[m_pos + 1]);
                 m_pos += 2;
                 continue;
             }
             if (c == '"' && expression) {
+                const size_t from = m_pos;
                 std::string ignored;
                 QuotedName(ignored);
+                if (text)
+                    text->append(m_text, from, m_pos - from);
                 continue;
             }
+            if (text)
+                text->push_back(c);
             ++m_pos;
         }
     }
@@ -654,9 +821,10 @@ private:
         Fail(open, std::string("unterminated text after ") + after);
     }
 
-    ARpGateway& m_gateway;
+    ARpGateway* m_gateway; // null when only the content is read
     const std::string& m_text;
     const std::string& m_source;
+    UdmlContent* m_content; // null when only the names are read
     size_t m_pos = 0;
     size_t m_line = 1, m_linePos = 0; // m_line is the line of offset m_linePos
     std::string m_head;
@@ -671,11 +839,14 @@ private:
 
 } // namespace
 
-void UdmlReader::ReadText(ARpGateway& gateway, const std::string& text, const std::string& sourceName) {
-    Reader(gateway, text, sourceName).Run();
+void UdmlReader::ReadText(ARpGateway& gateway, const std::string& text, const std::string& sourceName,
+                          UdmlContent* content) {
+    Reader(&gateway, text, sourceName, content).Run();
 }
 
-void UdmlReader::ReadFile(ARpGateway& gateway, const std::string& path) {
+namespace {
+
+std::string WholeFile(const std::string& path) {
     auto failure = [&path](int error) {
         return ErrorMessage(Wide("cannot read " + path + ": " + std::strerror(error)));
     };
@@ -701,5 +872,16 @@ void UdmlReader::ReadFile(ARpGateway& gateway, const std::string& path) {
         text.append(buffer, static_cast<size_t>(got));
     }
     ::close(fd);
-    ReadText(gateway, text, path);
+    return text;
+}
+
+} // namespace
+
+void UdmlReader::ReadFile(ARpGateway& gateway, const std::string& path, UdmlContent* content) {
+    ReadText(gateway, WholeFile(path), path, content);
+}
+
+void UdmlReader::ReadContent(const std::string& path, UdmlContent& content) {
+    const std::string text = WholeFile(path);
+    Reader(nullptr, text, path, &content).Run();
 }

@@ -1,6 +1,7 @@
 // Reading UDML back into the repository: every statement kind as the generator writes it, with
 // the raw texts that are not escaped; only a statement's head and qualified name decide what it
-// declares; input that cannot be read is reported by file and line.
+// declares; what the rest says is read as content; input that cannot be read is reported by file,
+// line and column.
 #include "platform/repository/UdmlReader.h"
 
 #include <gtest/gtest.h>
@@ -141,7 +142,7 @@ TEST(UdmlReader, AJoinDeclaredAgainKeepsOneJoinWithTheTablesOfItsFirstDeclaratio
     EXPECT_EQ(0u, gateway.FindComplexJoin({L"D", L"", L"S", L"A"}, {L"D", L"", L"S", L"C"}));
 }
 
-TEST(UdmlReader, UnreadableInputFailsNamingFileLineAndWhatWasExpected) {
+TEST(UdmlReader, UnreadableInputFailsNamingFileLineColumnAndWhatWasExpected) {
     struct Case {
         std::string text;
         std::wstring message;
@@ -149,28 +150,68 @@ TEST(UdmlReader, UnreadableInputFailsNamingFileLineAndWhatWasExpected) {
     const Case cases[] = {
         // The table bit cleared: only the statement's tail is written.
         {"\n URI 'CRM.Sales.Orders';\n",
-         L"in.udml:2: expected DECLARE at the start of a statement, found 'URI'"},
+         L"in.udml:2:2: expected DECLARE at the start of a statement, found 'URI'"},
         // Cut off by the end of the file, also inside a column list.
         {"\nDECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"",
-         L"in.udml:2: expected ';' ending the DECLARE TABLE "
+         L"in.udml:2:37: expected ';' ending the DECLARE TABLE "
          L"statement begun on line 2, found end of input"},
         {"DECLARE TABLE \"D\".\"C\".\"S\".\"T\" AS \"T\"\n HAVING( \n    \"D\".\"C\".\"S\".\"T\".\"A\" AS "
          "\"A\" TYPE INT,\n",
-         L"in.udml:4: expected ';' ending the DECLARE TABLE statement begun on line 1, found end of input"},
+         L"in.udml:4:1: expected ';' ending the DECLARE TABLE statement begun on line 1, found end of input"},
         {"DECLARE VIEW \"D\".\"V\";",
-         L"in.udml:1: expected CATALOG, SCHEMA, TABLE, TABLE KEY, COLUMN, FOREIGN KEY "
+         L"in.udml:1:9: expected CATALOG, SCHEMA, TABLE, TABLE KEY, COLUMN, FOREIGN KEY "
          L"or JOIN after DECLARE, found 'VIEW'"},
-        {"DECLARE CATALOG AS \"C\";", L"in.udml:1: expected a quoted catalog name, found 'AS'"},
-        {"\n\nDECLARE CATALOG \"D\".\"C;\n", L"in.udml:3: unterminated quoted name (no closing '\"')"},
+        {"DECLARE CATALOG AS \"C\";", L"in.udml:1:17: expected a quoted catalog name, found 'AS'"},
+        {"\n\nDECLARE CATALOG \"D\".\"C;\n", L"in.udml:3:21: unterminated quoted name (no closing '\"')"},
         {"DECLARE COLUMN \"D\".\"C\".\"S\".\"T\".\"A\" AS \"A\" DESCRIPTION {x\\};\n",
-         L"in.udml:1: unterminated brace text (no closing '}')"},
+         L"in.udml:1:55: unterminated brace text (no closing '}')"},
         {"DECLARE JOIN \"A\" AS \"A\" EXTERNAL \"E\" ON TABLES (\"D\".\"C\".\"S\".\"T\");",
-         L"in.udml:1: expected ON TABLES (<table>, <table>) after the join's names"},
+         L"in.udml:1:14: expected ON TABLES (<table>, <table>) after the join's names"},
         {"DECLARE CATALOG \"D\".\"C\" AS \"C\";\nDECLARE CATALOG \"D\".\"\xC3\x28\" AS \"x\";",
-         L"in.udml:2: ill-formed UTF-8 (byte 0xC3)"},
+         L"in.udml:2:22: ill-formed UTF-8 (byte 0xC3)"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(c.message, ReadError(c.text)) << c.text;
+}
+
+// Every piece of content the generator writes, with a hostile display name, escaped braces and
+// a lower-case keyword in front of the pieces it must not confuse (VALUE TYPE after TYPE).
+TEST(UdmlReader, ContentOfEveryStatementKindIsRead) {
+    const std::string text =
+        "\nDECLARE TABLE \"D\".\"\".\"S\".\"T\" AS \"T\"\n HAVING( \n"
+        "    \"D\".\"\".\"S\".\"T\".\"A\" AS \"A\" TYPE NUMERIC PRECISION 12 SCALE 2 not NULLABLE VALUE "
+        "TYPE  MAPPED COLUMN ''  MVLINK ''  PROPERTIES ({IS_HIDDEN} = {true}) DESCRIPTION {x \\{y\\}}, \n"
+        "    \"D\".\"\".\"S\".\"T\".\"B\" AS \"B\" TYPE VARCHAR PRECISION 5 SCALE 0 NULLABLE VALUE TYPE  "
+        "MAPPED COLUMN ''  MVLINK ''  DESCRIPTION {}\n ) DESCRIPTION {People} PROPERTIES "
+        "({EFF_FLEXFIELD_CODE} = {F});\n"
+        "\nDECLARE TABLE KEY \"D\".\"\".\"S\".\"T\".\"PK\" AS \"PK\"\n HAVING ( "
+        "\"D\".\"\".\"S\".\"T\".\"A\", \"D\".\"\".\"S\".\"T\".\"B\" );\n"
+        "\nDECLARE FOREIGN KEY \"D\".\"\".\"S\".\"T\".\"FK\" AS \"FK\"\n HAVING ( "
+        "\"D\".\"\".\"S\".\"T\".\"B\" )\n REFERENCES \"D\".\"\".\"S\".\"U\".\"PK\"\"U\";\n"
+        "\nDECLARE COLUMN \"D\".\"\".\"S\".\"T\".\"C\" AS \"C\" TYPE INT PRECISION -1 SCALE 0 NULLABLE "
+        "VALUE TYPE  MAPPED COLUMN ''  MVLINK ''  DESCRIPTION {};\n";
+    ARpGateway gateway;
+    UdmlContent content;
+    UdmlReader::ReadText(gateway, text, "in.udml", &content);
+    auto fields = [&content](TypeID type, const std::string& last) {
+        const UdmlFields* found =
+            content.Find(type, {L"D", L"", L"S", L"T", std::wstring(last.begin(), last.end())});
+        std::string out;
+        for (const auto& [piece, value] : found ? *found : UdmlFields{})
+            out += piece + "=" + value + ";";
+        return out;
+    };
+    EXPECT_EQ("description=x {y};nullable=NOT NULLABLE;precision=12;properties=IS_HIDDEN = "
+              "true;scale=2;type=NUMERIC;",
+              fields(kTIDAColumn, "A"));
+    EXPECT_EQ("description=;nullable=NULLABLE;precision=-1;scale=0;type=INT;", fields(kTIDAColumn, "C"));
+    EXPECT_EQ("columns=\"D\".\"\".\"S\".\"T\".\"A\", \"D\".\"\".\"S\".\"T\".\"B\";",
+              fields(kTIDATableKey, "PK"));
+    EXPECT_EQ("columns=\"D\".\"\".\"S\".\"T\".\"B\";references=\"D\".\"\".\"S\".\"U\".\"PK\"\"U\";",
+              fields(kTIDAForeignKey, "FK"));
+    const UdmlFields* table = content.Find(kTIDATable, {L"D", L"", L"S", L"T"});
+    ASSERT_NE(nullptr, table);
+    EXPECT_EQ((UdmlFields{{"description", "People"}, {"properties", "EFF_FLEXFIELD_CODE = F"}}), *table);
 }
 
 TEST(UdmlReader, FilesAreReadOrTheOsReasonIsGiven) {

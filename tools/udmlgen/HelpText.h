@@ -31,11 +31,15 @@ Examples:
     udmlgen --snapshot sales.json --database Sales -o sales.udml
   Skip what the repository already holds, and add view-link joins of an application source:
     udmlgen --snapshot app.json --database AppDB --existing repo.udml --view-links
+  After the source changed: report what differs from the repository, then add only what is new:
+    udmlgen diff --snapshot sales.json --database Sales --existing sales.udml
+    udmlgen --snapshot sales.json --database Sales --only-new --existing sales.udml -o new.udml
   List the ODBC data sources and drivers this machine knows:
     udmlgen sources
 
 At the end a summary line on standard error counts what was written (not with -q).
-Exit status: 0 success, 1 generation or connection failure, 2 usage error, 130/143 interrupted.
+Exit status: 0 success, 1 generation or connection failure, 2 usage error, 130/143 interrupted;
+udmlgen diff: 0 no differences, 3 differences found (the report on standard output or -o).
 The password is read from the environment variable UDMLGEN_PASSWORD, never from the command line;
 at a terminal udmlgen asks for it when the source refuses a login without one.
 )";

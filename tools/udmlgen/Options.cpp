@@ -455,6 +455,11 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
                  "write the joins of the source's view links after the request");
     app.add_flag("--allow-missing", options.allowMissing,
                  "send the request even when the source holds no object of the names given");
+    app.add_flag("--only-new", options.onlyNew,
+                 "write only what the --existing files do not hold: new tables whole, new columns, keys "
+                 "and foreign keys of tables they hold");
+    std::string format;
+    AddValue(app, "--format", format, "FORMAT", "udmlgen diff: the report as text (default) or json");
     AddLoggingOptions(app, quiet, verbose);
 
     CLI::App* snapshot = app.add_subcommand("snapshot", "capture a live source as a snapshot file");
@@ -464,6 +469,11 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     sources->allow_extras();
 
     std::vector<std::string> arguments = SplitEmptyValues(argc, argv);
+    // "diff" takes every option of a generation, so it is a word in front of them rather than a
+    // subcommand with options of its own.
+    const bool diff = !arguments.empty() && arguments.front() == "diff";
+    if (diff)
+        arguments.erase(arguments.begin());
     try {
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
         app.parse(reversed);
@@ -501,6 +511,20 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     }
     CheckSource(options);
     CheckDatabase(options, app.count("--database") != 0);
+    if (diff) {
+        options.command = Options::Command::Diff;
+        if (options.onlyNew)
+            throw UsageError{"--only-new with diff: diff writes a report, not UDML; leave one of them out"};
+        if (options.viewLinks)
+            throw UsageError{"--view-links with diff: diff compares the request's objects, not joins"};
+    }
+    if (app.count("--format")) {
+        if (!diff)
+            throw UsageError{"--format " + Quote(format) + ": only udmlgen diff writes a report"};
+        if (format != "text" && format != "json")
+            throw UsageError{"--format " + Quote(format) + ": give text or json"};
+        options.jsonReport = format == "json";
+    }
 
     const auto type = kRequestTypes.find(request);
     if (type == kRequestTypes.end())

@@ -16,7 +16,7 @@ enum class Verbosity { Quiet, Normal, Verbose };
 
 /// What one invocation asks for, with every text as the user typed it (UTF-8).
 struct Options {
-    enum class Command { Generate, Snapshot, ListSources };
+    enum class Command { Generate, Snapshot, ListSources, Diff };
     Command command = Command::Generate;
     std::string connect;      // ODBC data source name or connection string
     std::string snapshotFile; // snapshot import source; "-" is standard input
@@ -32,6 +32,8 @@ struct Options {
     std::vector<std::pair<std::string, std::string>> joinWithinModule; // module, ";"-separated views
     bool viewLinks = false;
     bool allowMissing = false; // send requests for names the source does not hold
+    bool onlyNew = false;      // write only the objects the --existing files do not hold
+    bool jsonReport = false;   // diff: the report as JSON instead of text
     Verbosity verbosity = Verbosity::Normal;
     std::string outputFile;      // empty or "-": standard output
     SelectionPatterns selection; // the include and exclude patterns of the source's objects

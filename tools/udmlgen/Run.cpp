@@ -5,6 +5,7 @@
 #include "Existence.h"
 #include "Interrupt.h"
 #include "Log.h"
+#include "OnlyNew.h"
 #include "Output.h"
 #include "Source.h"
 #include "SourceGuard.h"
@@ -120,6 +121,19 @@ bool WriteViewLinks(CUdmlGenerator& generator, ARpGateway& repository, StreamSin
     return written;
 }
 
+// The new columns of tables the repository holds, each by the generator's column request.
+bool WriteNewColumns(CUdmlGenerator& generator, const OnlyNewFilter& onlyNew, const Options& options,
+                     WyString& errorText) {
+    for (const OnlyNewFilter::Column& column : onlyNew.NewColumns()) {
+        if (ReceivedSignal() != 0)
+            return false;
+        if (!generator.GenerateUdml(kTIDAColumn, column.catalog, column.schema, column.table, L"",
+                                    column.column, L"", L"", errorText, -1, options.generateMask, false))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int Generate(const Options& options) {
@@ -153,7 +167,8 @@ int Generate(const Options& options) {
     // The phase lines of -v would break into the progress line.
     if (isatty(STDERR_FILENO) && options.verbosity == Verbosity::Normal)
         sink.EnableProgress();
-    generator.SetOuput(&sink);
+    OnlyNewFilter onlyNew(sink, repository);
+    generator.SetOuput(options.onlyNew ? &onlyNew.Sink() : static_cast<VirtualTable*>(&sink));
     generator.SetTableType(options.tableTypes);
     SetAbortTarget(&generator);
 
@@ -164,6 +179,11 @@ int Generate(const Options& options) {
                                             Wide(options.table), Wide(options.tableUri), Wide(options.column),
                                             Wide(options.foreignKey), Wide(options.baseTable), errorText,
                                             options.depth, options.generateMask, false);
+    if (options.onlyNew) {
+        onlyNew.Flush();
+        generator.SetOuput(&sink);
+        succeeded = succeeded && WriteNewColumns(generator, onlyNew, options, errorText);
+    }
     log.Phase("wrote the request");
     if (succeeded && options.viewLinks && ReceivedSignal() == 0 && !sink.Stopped() &&
         !watched.HasFailures()) {

@@ -85,8 +85,7 @@ void AddSelectionOptions(CLI::App& command, SelectionPatterns& patterns) {
     }
 }
 
-std::unique_ptr<MIMetaDataImport> ApplySelection(std::unique_ptr<MIMetaDataImport> source,
-                                                 const SelectionPatterns& patterns) {
+ObjectSelection SelectionOf(const SelectionPatterns& patterns) {
     ObjectSelection selection;
     for (const OptionKind& kind : kOptionKinds) {
         for (const std::string& text : patterns.*kind.includes)
@@ -94,6 +93,12 @@ std::unique_ptr<MIMetaDataImport> ApplySelection(std::unique_ptr<MIMetaDataImpor
         for (const std::string& text : patterns.*kind.excludes)
             selection.Add(kind.kind, false, Wide(text));
     }
+    return selection;
+}
+
+std::unique_ptr<MIMetaDataImport> ApplySelection(std::unique_ptr<MIMetaDataImport> source,
+                                                 const SelectionPatterns& patterns) {
+    ObjectSelection selection = SelectionOf(patterns);
     if (selection.SelectsAll())
         return source;
     return std::make_unique<SelectingImport>(std::move(source), std::move(selection));

@@ -9,6 +9,7 @@ namespace CLI {
 class App;
 }
 class MIMetaDataImport;
+class ObjectSelection;
 
 namespace udmlgen {
 
@@ -23,6 +24,9 @@ struct SelectionPatterns {
 /// --include-table and --exclude-table on `command`, filling `patterns`, and explains the pattern
 /// syntax in its help. A malformed pattern is a parse error of the option.
 void AddSelectionOptions(CLI::App& command, SelectionPatterns& patterns);
+
+/// The selection the patterns make (they were checked when the options were read).
+ObjectSelection SelectionOf(const SelectionPatterns& patterns);
 
 /// `source` wrapped so that it shows only the selected objects; `source` itself when no pattern
 /// was given, so that a run without selection reads the source exactly as before.

@@ -1,6 +1,7 @@
 // udmlgen: drives the generator over an ODBC source or a snapshot file and streams the UDML it
 // writes to standard output or a file. Messages go to standard error, never to the output.
 #include "DataSources.h"
+#include "Diff.h"
 #include "Interrupt.h"
 #include "Log.h"
 #include "Options.h"
@@ -50,6 +51,8 @@ int main(int argc, char** argv) {
             return udmlgen::CaptureSnapshot(*options);
         case Options::Command::Generate:
             return udmlgen::Generate(*options);
+        case Options::Command::Diff:
+            return udmlgen::Diff(*options);
         }
     } catch (const udmlgen::UsageError& error) {
         return Usage(error);
