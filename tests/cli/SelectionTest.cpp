@@ -162,18 +162,4 @@ TEST(CliSelection, SnapshotWithCatalogsAndViewLinksWritesWhatASourceOfTheSelecte
     }
 }
 
-TEST(CliSelection, MalformedPatternsAreUsageErrors) {
-    const std::pair<const char*, const char*> cases[] = {{"--include-table a.b.c.d", "at most 3"},
-                                                         {"--exclude-schema a.b.c", "--exclude-schema"},
-                                                         {"--include-catalog '\"x'", "double quote"},
-                                                         {"--exclude-table ''", "empty pattern"},
-                                                         {"--include-table a b", "b"}};
-    for (const auto& [arguments, mention] : cases) {
-        const CommandResult run = Udmlgen(std::string("--snapshot none.json ") + arguments);
-        EXPECT_EQ(2, run.exitStatus) << arguments << "\n" << run.standardError;
-        EXPECT_NE(std::string::npos, run.standardError.find(mention)) << run.standardError;
-    }
-    EXPECT_NE(std::string::npos, Udmlgen("--help").standardOutput.find("letter case is ignored"));
-}
-
 } // namespace

@@ -1,6 +1,6 @@
-// The in-memory source under the snapshot source: keys by exact names, listings that keep their own
-// cursors, and the indexed selection of tables and columns checked against a plain scan. The walks
-// of whole sources are pinned by the golden texts.
+// The in-memory source under the snapshot source: keys by exact names, and the indexed selection of
+// tables and columns checked against a plain scan. The walks of whole sources are pinned by the
+// golden texts.
 #include "import/SearchPattern.h"
 #include "support/FaultInjectingImport.h"
 #include "support/SourceBuilder.h"
@@ -87,37 +87,6 @@ TEST(MemoryImportTest, KeysTakeExactNamesAndEmptyMeansAll) {
     EXPECT_EQ(Names({"FK1"}), foreignKeyNames(L"", L"A_B", L"AXB"));
     EXPECT_EQ(Names(), foreignKeyNames(L"", L"AXB", L"AXB"));
     EXPECT_EQ(Names(), foreignKeyNames(L"X", L"A_B", L""));
-}
-
-TEST(MemoryImportTest, ListingsOfDifferentKindsKeepTheirOwnCursors) {
-    MemoryImport source(Sample());
-    WyString any, table = L"A_B", c = L"C", s = L"S";
-    source.PrepareForTable(any, any, any, 0);
-    MITable first, second;
-    ASSERT_TRUE(source.Get(first));
-
-    // The generator reads catalogs and columns while a table listing is open.
-    source.PrepareForCatalog(any);
-    source.PrepareForColumn(c, s, table, any);
-    MICatalog catalog;
-    MIColumn column;
-    ASSERT_TRUE(source.Get(catalog));
-    ASSERT_TRUE(source.Get(column));
-    ASSERT_TRUE(source.Get(second));
-    EXPECT_EQ(L"AXB", second.table_);
-    ASSERT_TRUE(source.Get(catalog));
-    EXPECT_FALSE(source.Get(catalog));
-    EXPECT_FALSE(source.Get(catalog));
-
-    // Preparing again starts that listing over.
-    source.PrepareForTable(any, any, any, 0);
-    ASSERT_TRUE(source.Get(second));
-    EXPECT_EQ(L"A_B", second.table_);
-
-    MemoryImport empty(nullptr);
-    EXPECT_FALSE(empty.Get(second));
-    empty.PrepareForTable(any, any, any, 0);
-    EXPECT_FALSE(empty.Get(second));
 }
 
 // Names and patterns drawn from a tiny alphabet that includes the pattern characters, so the

@@ -11,9 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <map>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -76,26 +73,16 @@ CREATE TABLE "bulk b".refers (r integer REFERENCES bulk_a.xy_target (id));
 
 class BulkEqualityTest : public ::testing::Test {
 public:
-    static void Psql(const std::string& sql) {
+    static void Psql(const std::string& sql) { Run("UDML_PG_", sql); }
+    static void Mariadb(const std::string& sql) { Run("UDML_MARIADB_", sql); }
+    static void Run(const std::string& prefix, const std::string& sql) {
         const std::string path = ScratchPath("bulk-equality.sql");
         std::ofstream(path) << sql;
-        const CommandResult run =
-            RunCommand("PGPASSWORD=" + ShellQuote(Setting("UDML_DB_PASSWORD")) +
-                       " psql -X -q -v ON_ERROR_STOP=1 -h " + ShellQuote(Setting("UDML_PG_HOST")) + " -p " +
-                       ShellQuote(Setting("UDML_PG_PORT")) + " -U " + ShellQuote(Setting("UDML_DB_USER")) +
-                       " -d " + ShellQuote(Setting("UDML_PG_DATABASE")) + " -f " + ShellQuote(path));
-        ASSERT_EQ(run.exitStatus, 0) << run.standardError;
-    }
-
-    static void Mariadb(const std::string& sql) {
-        const std::string path = ScratchPath("bulk-equality-mariadb.sql");
-        std::ofstream(path) << sql;
-        const CommandResult run = RunCommand("MYSQL_PWD=" + ShellQuote(Setting("UDML_DB_PASSWORD")) +
-                                             " mariadb --no-defaults --protocol=TCP -h " +
-                                             ShellQuote(Setting("UDML_MARIADB_HOST")) + " -P " +
-                                             ShellQuote(Setting("UDML_MARIADB_PORT")) + " -u " +
-                                             ShellQuote(Setting("UDML_DB_USER")) + " <" + ShellQuote(path));
-        ASSERT_EQ(run.exitStatus, 0) << run.standardError;
+        try { // also from destructors, which must not throw
+            server_settings::RunSqlFile(prefix, path);
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
     }
 
     static void Open(OdbcImport& source, const std::string& connectKey, bool perTable) {

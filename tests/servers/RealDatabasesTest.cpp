@@ -34,32 +34,18 @@ void Must(const CommandResult& run, const std::string& what) {
 // Runs the SQL file of tests/servers/real (or `sql`, when given) as the test account; for SQLite into
 // a new file, whose path is returned.
 std::string Load(Dbms dbms, const std::string& file, const std::string& sql = "") {
-    std::string path = ShellQuote(kRealDir + file);
+    std::string path = kRealDir + file;
     if (!sql.empty()) {
         path = ScratchPath("real-" + file);
         std::ofstream(path) << sql;
-        path = ShellQuote(path);
     }
-    const std::string password = ShellQuote(Setting("UDML_DB_PASSWORD"));
-    const std::string user = ShellQuote(Setting("UDML_DB_USER"));
-    switch (dbms) {
-    case Dbms::PostgreSQL:
-        Must(RunCommand("PGPASSWORD=" + password + " psql -X -q -v ON_ERROR_STOP=1 -h 127.0.0.1 -p " +
-                        ShellQuote(Setting("UDML_PG_PORT")) + " -U " + user + " -d " +
-                        ShellQuote(Setting("UDML_PG_DATABASE")) + " -f " + path + " >/dev/null"),
-             "loading " + file);
+    if (dbms != Dbms::SQLite) {
+        server_settings::RunSqlFile(dbms == Dbms::PostgreSQL ? "UDML_PG_" : "UDML_MARIADB_", path);
         return "";
-    case Dbms::MariaDB:
-        Must(RunCommand("MYSQL_PWD=" + password + " mariadb --no-defaults --protocol=TCP -h 127.0.0.1 -P " +
-                        ShellQuote(Setting("UDML_MARIADB_PORT")) + " -u " + user + " <" + path),
-             "loading " + file);
-        return "";
-    case Dbms::SQLite:
-        break;
     }
     const std::string database = ScratchPath("real-" + file + ".db");
     std::remove(database.c_str());
-    Must(RunCommand("sqlite3 -bail " + ShellQuote(database) + " <" + path), "loading " + file);
+    Must(RunCommand("sqlite3 -bail " + ShellQuote(database) + " <" + ShellQuote(path)), "loading " + file);
     return database;
 }
 
@@ -115,6 +101,7 @@ std::string GenerateEverywhere(Dbms dbms, const std::string& connect, const std:
         ShellQuote(UdmlgenPath()) + " snapshot --connect " + ShellQuote(connect) +
         (login ? " --user " + ShellQuote(User(dbms, connect)) : "") + " -o " + ShellQuote(capture));
     EXPECT_EQ(0, snapshot.exitStatus) << snapshot.standardError;
+    ExpectMatchesSnapshotSchema(capture);
     const CommandResult replay = RunCommand(ShellQuote(UdmlgenPath()) + " --snapshot " + ShellQuote(capture) +
                                             " --database R " + arguments);
     EXPECT_EQ(0, replay.exitStatus) << replay.standardError;

@@ -41,4 +41,24 @@ inline std::string Setting(const std::string& key) {
     return found->second;
 }
 
+/// Runs the SQL file `path` as the test account on PostgreSQL (`prefix` "UDML_PG_") or MariaDB
+/// ("UDML_MARIADB_"); a failure throws with the client's words.
+inline void RunSqlFile(const std::string& prefix, const std::string& path) {
+    const std::string password = ShellQuote(Setting("UDML_DB_PASSWORD")),
+                      user = ShellQuote(Setting("UDML_DB_USER"));
+    const std::string host = ShellQuote(Setting(prefix + "HOST")),
+                      port = ShellQuote(Setting(prefix + "PORT"));
+    const CommandResult run =
+        RunCommand(prefix == "UDML_PG_"
+                       ? "PGPASSWORD=" + password + " psql -X -q -v ON_ERROR_STOP=1 -h " + host + " -p " +
+                             port + " -U " + user + " -d " + ShellQuote(Setting("UDML_PG_DATABASE")) +
+                             " -f " + ShellQuote(path) + " >/dev/null"
+                       : "MYSQL_PWD=" + password + " mariadb --no-defaults --protocol=TCP -h " + host +
+                             " -P " + port + " -u " + user + " <" + ShellQuote(path));
+    if (run.exitStatus != 0)
+        throw std::runtime_error(
+            "running " + path +
+            " failed (are the servers running? scripts/db-servers.sh start): " + run.standardError);
+}
+
 } // namespace server_settings

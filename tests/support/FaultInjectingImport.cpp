@@ -15,14 +15,6 @@ FaultInjectingImport::~FaultInjectingImport() {
         ++m_counters->destroyed;
 }
 
-std::vector<std::string> FaultInjectingImport::CallsStartingWith(const std::string& prefix) const {
-    std::vector<std::string> calls;
-    for (const std::string& call : m_calls)
-        if (call.compare(0, prefix.size(), prefix) == 0)
-            calls.push_back(call);
-    return calls;
-}
-
 void FaultInjectingImport::FailAt(const std::string& callPrefix, int nth, std::vector<WyString> messages) {
     m_faults.push_back(Fault{callPrefix, nth, std::move(messages), false});
 }
@@ -66,8 +58,6 @@ void FaultInjectingImport::OpenConnection(WyString& source, WyString& user, WySt
     Enter("OpenConnection", {source, user});
     if (m_counters)
         ++m_counters->opened;
-    if (!m_openFailure.empty())
-        throw ErrorMessage(m_openFailure);
     m_inner.OpenConnection(source, user, password, flag);
 }
 void FaultInjectingImport::CloseConnection() {

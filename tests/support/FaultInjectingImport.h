@@ -15,13 +15,10 @@ public:
     explicit FaultInjectingImport(MIMetaDataImport& inner) : m_inner(inner) {}
     ~FaultInjectingImport() override;
 
-    /// Every call received since the last ClearCalls, in order, as "Name(arg,arg,...)" with texts
+    /// Every call received, in order, as "Name(arg,arg,...)" with texts
     /// in UTF-8 ("PrepareForTable(CRM,%,%,1)", "Get(MITable)", "GetFeatures()"), failing ones
     /// included. GetPickList logs the column's name.
     const std::vector<std::string>& Calls() const { return m_calls; }
-    /// The logged calls whose text begins with `prefix`.
-    std::vector<std::string> CallsStartingWith(const std::string& prefix) const;
-    void ClearCalls() { m_calls.clear(); }
 
     /// Arms a fault: the `nth` (1-based) call whose logged text begins with `callPrefix`
     /// ("Get(MITable)", "PrepareForColumn(,Sales,Orders,"; "" counts every call) raises
@@ -43,8 +40,6 @@ public:
         int destroyed = 0;
     };
     void SetCounters(std::shared_ptr<Counters> counters) { m_counters = std::move(counters); }
-    /// OpenConnection raises ErrorMessage with this message when not empty.
-    void FailOpenWith(const WyString& message) { m_openFailure = message; }
 
     void OpenConnection(WyString& source, WyString& user, WyString& password, bool flag) override;
     void CloseConnection() override;
@@ -152,7 +147,6 @@ private:
     std::vector<Fault> m_faults;
     bool m_fired = false;
     std::shared_ptr<Counters> m_counters;
-    WyString m_openFailure;
 };
 
 /// UTF-8 form of a wide text, for readable test failures.
