@@ -109,6 +109,14 @@ protected:
 };
 std::string PostgresTrouble::complete;
 
+// The promise is one second. A sanitizer build runs the whole process several times slower,
+// its exit included, so there the bound leaves room for that and no more.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double kInterruptSeconds = 2.5;
+#else
+constexpr double kInterruptSeconds = 1.0;
+#endif
+
 TEST_F(PostgresTrouble, SignalsEndARunStalledBehindALockWithinASecond) {
     HoldCatalogLock();
     for (const int signal : {SIGINT, SIGTERM}) {
@@ -123,7 +131,7 @@ TEST_F(PostgresTrouble, SignalsEndARunStalledBehindALockWithinASecond) {
         const int status = ExitStatus(run);
         const double seconds = std::chrono::duration<double>(Clock::now() - sent).count();
         EXPECT_EQ(128 + signal, status) << ReadWholeFile(errors);
-        EXPECT_LT(seconds, 1.0);
+        EXPECT_LT(seconds, kInterruptSeconds);
         EXPECT_NE(std::string::npos, ReadWholeFile(errors).find("interrupted"));
         // -o FILE is replaced only on success: what an interrupted run wrote is kept beside it.
         const std::string partial = ReadWholeFile(output + ".partial");
