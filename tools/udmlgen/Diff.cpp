@@ -16,6 +16,8 @@
 #include "import/selection/ObjectSelection.h"
 #include "platform/repository/UdmlReader.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <iostream>
 #include <set>
@@ -103,36 +105,10 @@ QualifiedName Prefix(const QualifiedName& name, size_t parts) {
                          name.begin() + static_cast<std::ptrdiff_t>(std::min(parts, name.size())));
 }
 
+// A JSON string. The texts are our own conversions to UTF-8, so the replacement of ill-formed
+// bytes is only a guard.
 std::string Json(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        default:
-            if (static_cast<unsigned char>(c) < 0x20) {
-                char escaped[8];
-                std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned char>(c));
-                out += escaped;
-            } else {
-                out.push_back(c);
-            }
-        }
-    }
-    return out + "\"";
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 class Comparison {
