@@ -2,6 +2,8 @@
 // exactly when the request would find it (names are search patterns, letter case counts).
 #include "Existence.h"
 
+#include "EditDistance.h"
+
 #include "platform/BaseStringUtil.h"
 #include "platform/ErrorMessage.h"
 #include "platform/repository/SMPTypeIDDatabase.h"
@@ -20,23 +22,6 @@ WyString Quoted(const WyString& name) {
     return L"\"" + name + L"\"";
 }
 
-size_t Distance(const WyString& a, const WyString& b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t above = row[j];
-            const bool same = BaseStringUtil::ToLower(a[i - 1]) == BaseStringUtil::ToLower(b[j - 1]);
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
 // "kind "name" not found in WHERE; closest: "a", "b", "c"".
 [[noreturn]] void NotFound(const wchar_t* kind, const WyString& name, const WyString& where,
                            const std::set<WyString>& existing) {
@@ -44,7 +29,12 @@ size_t Distance(const WyString& a, const WyString& b) {
     std::vector<std::pair<size_t, WyString>> ranked;
     for (const WyString& candidate : existing)
         if (!candidate.empty())
-            ranked.emplace_back(Distance(name, candidate), candidate);
+            ranked.emplace_back(EditDistance(name, candidate,
+                                             [](wchar_t x, wchar_t y) {
+                                                 return BaseStringUtil::ToLower(x) ==
+                                                        BaseStringUtil::ToLower(y);
+                                             }),
+                                candidate);
     std::sort(ranked.begin(), ranked.end());
     if (ranked.empty())
         text += L"; there is none";

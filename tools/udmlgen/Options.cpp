@@ -3,6 +3,7 @@
 // names the option, the value given and what is accepted (the command then exits with status 2).
 #include "Options.h"
 
+#include "EditDistance.h"
 #include "HelpText.h"
 
 #include "platform/repository/SMPTypeIDDatabase.h"
@@ -72,22 +73,6 @@ std::optional<long> DigitsValue(const std::string& digits, int base, long limit)
     return value;
 }
 
-size_t EditDistance(const std::string& a, const std::string& b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
 // `--name=` is the empty value; CLI11 would take the next argument instead, so it is split into
 // the option and an empty argument, which CLI11 takes as the value.
 std::vector<std::string> SplitEmptyValues(int argc, char** argv) {
@@ -121,7 +106,7 @@ std::string Suggestion(const std::string& typed, const std::vector<std::string>&
     size_t bestDistance = std::string::npos;
     const std::string bare = typed.substr(0, typed.find('='));
     for (const std::string& name : names) {
-        const size_t distance = EditDistance(bare, name);
+        const size_t distance = EditDistance(bare, name, [](char x, char y) { return x == y; });
         if (distance < bestDistance) {
             bestDistance = distance;
             best = name;
