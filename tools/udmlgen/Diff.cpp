@@ -8,6 +8,7 @@
 #include "Interrupt.h"
 #include "Log.h"
 #include "Output.h"
+#include "Run.h"
 #include "SelectionOptions.h"
 #include "Source.h"
 #include "Statements.h"
@@ -382,11 +383,7 @@ int Diff(const Options& options) {
     generator.SetTableType(options.tableTypes);
     SetAbortTarget(&generator);
     WyString errorText;
-    bool succeeded = ReceivedSignal() == 0 &&
-                     generator.GenerateUdml(options.requestType, Wide(options.catalog), Wide(options.schema),
-                                            Wide(options.table), Wide(options.tableUri), Wide(options.column),
-                                            Wide(options.foreignKey), Wide(options.baseTable), errorText,
-                                            options.depth, options.generateMask, false);
+    bool succeeded = SendRequest(generator, options, errorText);
     splitter.Flush();
     SetAbortTarget(nullptr);
     generator.SetImport(nullptr); // the source is ours, not the generator's

@@ -136,6 +136,14 @@ bool WriteNewColumns(CUdmlGenerator& generator, const OnlyNewFilter& onlyNew, co
 
 } // namespace
 
+bool SendRequest(CUdmlGenerator& generator, const Options& options, WyString& errorText) {
+    return ReceivedSignal() == 0 &&
+           generator.GenerateUdml(options.requestType, Wide(options.catalog), Wide(options.schema),
+                                  Wide(options.table), Wide(options.tableUri), Wide(options.column),
+                                  Wide(options.foreignKey), Wide(options.baseTable), errorText, options.depth,
+                                  options.generateMask, false);
+}
+
 int Generate(const Options& options) {
     Log log(options.verbosity);
     RefuseToReplaceInputs(options.outputFile, Inputs(options));
@@ -173,12 +181,7 @@ int Generate(const Options& options) {
     SetAbortTarget(&generator);
 
     WyString errorText;
-    // A request clears the abort flag as it starts, so a signal that came before it is honoured here.
-    bool succeeded = ReceivedSignal() == 0 &&
-                     generator.GenerateUdml(options.requestType, Wide(options.catalog), Wide(options.schema),
-                                            Wide(options.table), Wide(options.tableUri), Wide(options.column),
-                                            Wide(options.foreignKey), Wide(options.baseTable), errorText,
-                                            options.depth, options.generateMask, false);
+    bool succeeded = SendRequest(generator, options, errorText);
     if (options.onlyNew) {
         onlyNew.Flush();
         generator.SetOuput(&sink);

@@ -3,6 +3,10 @@
 
 #include "Options.h"
 
+#include "platform/WyString.h"
+
+class CUdmlGenerator;
+
 namespace udmlgen {
 
 /// Each returns the exit status. They throw UsageError for a mistake found only now (an output
@@ -10,5 +14,9 @@ namespace udmlgen {
 /// before any output was opened.
 int Generate(const Options& options);
 int CaptureSnapshot(const Options& options);
+
+/// Sends the request of `options` to `generator` unless a signal came first (a request clears the
+/// abort flag as it starts, so such a signal is honoured here); the generator's answer.
+bool SendRequest(CUdmlGenerator& generator, const Options& options, WyString& errorText);
 
 } // namespace udmlgen
